@@ -1,0 +1,42 @@
+# Set-up and everyday commands: `make run` inspects the bundled sample, `make test` runs the suite.
+BUILD ?= build
+SAN_BUILD ?= build-asan
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+PACKAGES = cmake g++ make libgtest-dev libjpeg62-turbo-dev libjpeg-turbo-progs libimage-exiftool-perl
+SAMPLE = tests/golden/sample.jpg
+
+.PHONY: all deps build run test sanitize bench clean
+
+all: build
+
+# Installs what is missing from Debian's packages when run as root.
+deps:
+	@missing=""; for p in $(PACKAGES); do \
+	  dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+	if [ -n "$$missing" ]; then \
+	  if [ "$$(id -u)" = 0 ]; then \
+	    echo "Installing:$$missing"; \
+	    apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	  else echo "Missing packages (install as root):$$missing"; fi; fi
+
+build: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS)
+	cmake --build $(BUILD) -j $(JOBS)
+
+run: build
+	$(BUILD)/corvi -d $(SAMPLE)
+
+test: build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+sanitize: deps
+	cmake -S . -B $(SAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCORVI_SANITIZE=ON -DCORVI_BENCH=OFF $(CMAKE_FLAGS)
+	cmake --build $(SAN_BUILD) -j $(JOBS)
+	cd $(SAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+bench: build
+	$(BUILD)/scan_bench ../shared/corpus
+	$(BUILD)/decode_bench ../shared/corpus/oppo-r7-13mp-420.jpg
+
+clean:
+	rm -rf $(BUILD) $(SAN_BUILD)

@@ -1,0 +1,63 @@
+// The record of which bytes of a mapped file have been claimed by a parser.
+#pragma once
+
+#include <cstdint>
+
+namespace corvi {
+
+// Offsets from the start of the covered data, start inclusive, end exclusive.
+struct ByteRange {
+  int32_t start;
+  int32_t end;
+};
+
+// A growable array of ranges: capacity 4 at first; n entries above the capacity make it 2 × n.
+struct RangeList {
+  ByteRange* items = nullptr;  // owned
+  uint32_t count = 0;
+  uint32_t capacity = 0;
+
+  RangeList();
+  RangeList(const RangeList&) = delete;
+  RangeList& operator=(const RangeList&) = delete;
+  ~RangeList();
+  void Reserve(uint32_t needed);
+};
+
+// Each byte can be claimed once. Claims go through `Identify`, which refuses a claim outside the
+// current limit or onto claimed bytes; `IsUnidentified` asks the same question without throwing.
+// The `...At` forms take offsets from `base` computed as integers, so that no pointer outside the
+// data is ever formed; the pointer forms are for pointers known to lie inside or just behind it.
+class ByteCoverage {
+ public:
+  ByteCoverage(const uint8_t* data, int32_t length);
+  ByteCoverage(const ByteCoverage&) = delete;
+  ByteCoverage& operator=(const ByteCoverage&) = delete;
+  ~ByteCoverage() = default;  // limits, then unidentified: the reverse of declaration
+
+  void Identify(const uint8_t* p, int32_t length) { IdentifyAt(OffsetOf(p), length); }
+  bool IsUnidentified(const uint8_t* p, int32_t length) const {
+    return IsUnidentifiedAt(OffsetOf(p), length);
+  }
+  void PushRange(const uint8_t* p, int32_t length) { PushRangeAt(OffsetOf(p), length); }
+
+  void IdentifyAt(int64_t offset, int32_t length);
+  bool IsUnidentifiedAt(int64_t offset, int32_t length) const;
+  void PushRangeAt(int64_t offset, int32_t length);
+  void PopRange();
+  uint32_t LeftCount() const;
+
+  // Whether offsets [offset, offset + length) lie inside the whole covered data, whatever is
+  // claimed: lets a parser read a signature before claiming it.
+  bool InData(int64_t offset, int64_t length) const {
+    return offset >= 0 && length >= 0 && offset <= data_length && length <= data_length - offset;
+  }
+  int64_t OffsetOf(const uint8_t* p) const { return p - base; }
+
+  RangeList unidentified;
+  RangeList limits;  // a stack; the last entry is the current limit
+  const uint8_t* base;
+  int32_t data_length;
+};
+
+}  // namespace corvi

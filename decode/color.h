@@ -1,0 +1,23 @@
+// Sample blocks of one MCU row to 16-bit RGBA pixels: level shift, colour matrix, widening.
+#pragma once
+
+#include <cstdint>
+
+namespace corvi {
+
+struct DecodeState;
+struct RawLayer;
+
+void YCbCrToPixel(float y, float cb, float cr, uint16_t* pixel);
+
+// Each takes the float blocks of one MCU, the MCU's top left pixel and a row stride in pixels.
+void ConvertMcu1x1(const float* blocks, uint16_t* pixels, uint32_t stride);
+void ConvertMcu1x2(const float* blocks, uint16_t* pixels, uint32_t stride);
+void ConvertMcu2x1(const float* blocks, uint16_t* pixels, uint32_t stride);
+void ConvertMcu2x2(const float* blocks, uint16_t* pixels, uint32_t stride);
+void ConvertMcuGray(const float* blocks, uint16_t* pixels, uint32_t stride);
+
+// Converts one MCU row whose top line is `y`; partial MCUs at the edges go through scratch.
+void ConvertMcuRow(const DecodeState& state, RawLayer& layer, uint32_t y, const float* samples);
+
+}  // namespace corvi

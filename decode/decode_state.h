@@ -1,0 +1,76 @@
+// The decoder's state for one stream, the driver DecodeImage and the sampling plan.
+#pragma once
+
+#include <cstdint>
+
+namespace corvi {
+
+struct HuffmanTable;
+struct MarkerList;
+struct RawLayer;
+
+// One dequantisation table: 64 values in natural order (index = 8 × row + column).
+struct QuantTable {
+  uint32_t precision = 8;  // 8 or 16, of the DQT entry
+  float values[64] = {};
+};
+
+// One colour component of the frame and of the latest scan.
+struct ComponentInfo {
+  int32_t h = 1;  // Hi
+  int32_t v = 1;  // Vi
+  int32_t quant_index = 0;  // Tqi
+  int32_t dc_index = 0;     // Tdj; -1 after an SOS that does not name the component
+  int32_t ac_index = 0;     // Taj; -1 likewise
+  bool in_scan = false;
+  const QuantTable* quant_table = nullptr;  // bound by the scan decoders
+  const HuffmanTable* dc_table = nullptr;
+  const HuffmanTable* ac_table = nullptr;
+};
+
+// Owns everything it points to.
+struct DecodeState {
+  ComponentInfo* components[4] = {};  // by slot
+  QuantTable* quant_tables[4] = {};
+  HuffmanTable* dc_tables[4] = {};
+  HuffmanTable* ac_tables[4] = {};
+  uint8_t frame_mode = 0xFF;  // the frame segment's marker code
+  int32_t precision = 8;
+  uint32_t width = 0;
+  uint32_t height = 0;
+  int32_t restart_interval = 0;
+  int32_t spectral_start = 0;   // Ss
+  int32_t spectral_end = 63;    // Se
+  int32_t approx_high = 0;      // Ah
+  int32_t approx_low = 0;       // Al
+  int32_t scan_components = 0;  // Ns
+  int32_t sampling_mode = 0;
+  int32_t mcu_width = 8;
+  int32_t mcu_height = 8;
+  int32_t blocks_per_mcu = 0;
+  int32_t mcus_across = 0;
+  int32_t mcus_down = 0;
+  int32_t mcu_count = 0;
+  int32_t blocks_per_row = 0;
+
+  DecodeState() = default;
+  DecodeState(const DecodeState&) = delete;
+  DecodeState& operator=(const DecodeState&) = delete;
+  ~DecodeState();  // components, quantisation tables, then DC and AC table of each index
+};
+
+// ITU T.81 Figure A.6: entry i is the natural index of the i-th coefficient in coded order.
+extern const uint32_t zigzag[64];
+
+// Applies every segment in file order, plans the sampling, names the mode and decodes the pixels
+// unless `header_only`.
+void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer, bool header_only);
+
+// Accepts or refuses the sampling factors and derives the MCU geometry.
+void PlanSampling(DecodeState& state);
+
+// The slot of a component entry: the id when below 4, else the entry's position from 1; a slot
+// of 4 or more is ignored (returns -1).
+int32_t ComponentSlot(uint8_t id, int32_t position);
+
+}  // namespace corvi

@@ -1,0 +1,59 @@
+// Huffman decode tables and the bit reader of the entropy decoder.
+#pragma once
+
+#include <cstdint>
+
+namespace corvi {
+
+// A paged lookup table: pages of 256 entries looked up by 8 bits at a time. An entry's high byte
+// is 1 to 8 for a complete code (low byte the symbol), 0xFE for a link (low byte the page), and
+// 0xFF for a free entry.
+struct HuffmanTable {
+  uint16_t* pages = nullptr;  // owned; page_count × 256 entries
+  int32_t page_count = 0;
+
+  HuffmanTable() = default;
+  HuffmanTable(const HuffmanTable&) = delete;
+  HuffmanTable& operator=(const HuffmanTable&) = delete;
+  ~HuffmanTable();
+};
+
+// Reads bits out of entropy-coded data; stops at a marker or at the end, reading zeros.
+struct BitReader {
+  const uint8_t* cursor = nullptr;
+  const uint8_t* end = nullptr;
+  uint32_t bits = 0;       // left-justified: the next bit is bit 31
+  uint32_t bit_count = 0;  // valid bits at the top of `bits`
+
+  void Clear() {
+    bits = 0;
+    bit_count = 0;
+  }
+};
+
+// Builds `table` from the DHT payload at `position` (on the 16 counts); moves `position` past the
+// counts and symbols. Throws "Invalid Huffman code table".
+void BuildHuffmanTable(HuffmanTable& table, const uint8_t* payload, int32_t& position);
+void AddHuffmanCode(HuffmanTable& table, int32_t page, uint32_t code, uint32_t length,
+                    uint8_t symbol);
+
+// The next symbol; 0 when the data has run out. Throws "Corrupt image data" on a free entry.
+uint32_t DecodeSymbol(BitReader& reader, const HuffmanTable& table);
+// The next `n` bits (n ≥ 1), or 0 with nothing consumed when they cannot be had.
+uint32_t ReceiveBits(BitReader& reader, uint32_t n);
+
+// T.81 F.2.2.1 EXTEND; size 0 gives 0, and sizes of 32 or more are defined too.
+inline int32_t Extend(uint32_t value, uint32_t size) {
+  if (size == 0) {
+    return 0;
+  }
+  if (size >= 32) {
+    return static_cast<int32_t>(value);
+  }
+  if (value < (uint32_t{1} << (size - 1))) {
+    return static_cast<int32_t>(value - (uint32_t{1} << size) + 1);  // wraps as two's complement
+  }
+  return static_cast<int32_t>(value);
+}
+
+}  // namespace corvi

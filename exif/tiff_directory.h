@@ -1,0 +1,117 @@
+// TIFF entries, directories of them, the directory walk and the tag names.
+#pragma once
+
+#include <cstdint>
+
+namespace corvi {
+
+class ByteCoverage;
+class OutStream;
+class TIFFDirectory;
+struct DecodeState;
+struct RawLayer;
+
+// One parsed IFD entry. `value` points at its first value byte in the mapped file, in the file's
+// byte order; for an inline value it points into the entry's own 12 bytes.
+class TIFFEntry {
+ public:
+  TIFFEntry(uint32_t entry_ifd, uint32_t entry_tag, uint32_t entry_type, uint32_t entry_count,
+            const uint8_t* entry_value)
+      : ifd(entry_ifd), tag(entry_tag), type(entry_type), count(entry_count), value(entry_value) {}
+  TIFFEntry(const TIFFEntry&) = delete;
+  TIFFEntry& operator=(const TIFFEntry&) = delete;
+  virtual ~TIFFEntry() = default;
+
+  virtual void Dump(const uint8_t* base, int32_t indent, OutStream& stream, uint8_t byte_order);
+  virtual const TIFFEntry* Find(uint32_t wanted_tag) const;
+  virtual void OrTag(uint32_t bits);
+  virtual void Collect(DecodeState& state, uint8_t byte_order, RawLayer& layer, bool header_only);
+
+  uint32_t ifd;
+  uint32_t tag;  // the file's 16-bit tag, with the tag space in the bits above
+  uint32_t type;
+  uint32_t count;
+  const uint8_t* value;
+};
+
+class ThumbnailOffset : public TIFFEntry {
+ public:
+  using TIFFEntry::TIFFEntry;
+  // Offset of the thumbnail from the start of the mapped data (the TIFF header's offset plus
+  // the stored number), kept as a number: it may point anywhere until it has been tested.
+  int64_t thumbnail = 0;
+};
+
+class ThumbnailLength : public TIFFEntry {
+ public:
+  using TIFFEntry::TIFFEntry;
+  uint32_t length = 0;
+};
+
+class TIFFNestedDir : public TIFFEntry {
+ public:
+  TIFFNestedDir(uint32_t entry_ifd, uint32_t entry_tag, uint32_t entry_type, uint32_t entry_count,
+                const uint8_t* entry_value, TIFFDirectory* sub_directory)
+      : TIFFEntry(entry_ifd, entry_tag, entry_type, entry_count, entry_value),
+        directory(sub_directory) {}
+  ~TIFFNestedDir() override;
+  void Dump(const uint8_t* base, int32_t indent, OutStream& stream, uint8_t byte_order) override;
+  const TIFFEntry* Find(uint32_t wanted_tag) const override;
+  void OrTag(uint32_t bits) override;
+  void Collect(DecodeState& state, uint8_t byte_order, RawLayer& layer, bool header_only) override;
+
+  TIFFDirectory* directory;  // owned
+};
+
+class SonyMakerNote : public TIFFNestedDir {
+ public:
+  using TIFFNestedDir::TIFFNestedDir;
+  void Dump(const uint8_t* base, int32_t indent, OutStream& stream, uint8_t byte_order) override;
+  const TIFFEntry* Find(uint32_t wanted_tag) const override;
+};
+
+class CanonMakerNote : public TIFFNestedDir {
+ public:
+  using TIFFNestedDir::TIFFNestedDir;
+  void Dump(const uint8_t* base, int32_t indent, OutStream& stream, uint8_t byte_order) override;
+  const TIFFEntry* Find(uint32_t wanted_tag) const override;
+};
+
+// Owning growable array of entries in walk order: a whole chain of directories.
+class TIFFDirectory {
+ public:
+  TIFFDirectory() = default;
+  explicit TIFFDirectory(uint8_t order) : byte_order(order) {}
+  TIFFDirectory(const TIFFDirectory&) = delete;
+  TIFFDirectory& operator=(const TIFFDirectory&) = delete;
+  ~TIFFDirectory();
+
+  void Reserve(uint32_t needed);
+  void Append(TIFFEntry* entry);  // takes ownership, also when it throws
+  const TIFFEntry* Find(uint32_t tag) const;
+  void OrTag(uint32_t bits);
+  void Collect(DecodeState& state, uint8_t order, RawLayer& layer, bool header_only);
+  void Dump(const uint8_t* base, int32_t indent, OutStream& stream) const;
+
+  TIFFEntry** items = nullptr;  // owned, and so is each entry
+  uint32_t count = 0;
+  uint32_t capacity = 0;
+  uint8_t byte_order = 0;  // 0 Intel, 1 Motorola
+};
+
+struct TIFFTagName {
+  uint32_t key;
+  const wchar_t* name;
+};
+extern const TIFFTagName TIFFTagNames[144];
+extern const uint32_t CollectedTags[14];
+
+// The name of a full tag (tag space included), or "???".
+const wchar_t* TIFFTagName(uint32_t tag);
+
+// Reads the directories at `offset` from `base` (the TIFF header) into `directory`. Offsets are
+// signed 32-bit; nothing outside the mapped data is read or pointed at.
+void Walk(TIFFDirectory& directory, ByteCoverage& coverage, const uint8_t* base, int32_t offset,
+          const TIFFDirectory& root, bool follow_next);
+
+}  // namespace corvi

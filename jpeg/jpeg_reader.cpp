@@ -1,0 +1,270 @@
+// The mapped file, the JPEG segment scan, the segment list and the file-level dump.
+#include "jpeg/jpeg_reader.h"
+
+#include "base/byte_coverage.h"
+#include "base/raw_layer_exception.h"
+#include "jpeg/markers.h"
+#include "merge/byte_buffer.h"
+#include "platform/error_text.h"
+#include "platform/file_map.h"
+#include "platform/format.h"
+
+namespace corvi {
+
+MappedFile::MappedFile(const wchar_t* name) {
+  file = PlatformOpenRead(name);
+  if (file < 0) {
+    ThrowPlatformError(name, L"CreateFile", LastPlatformError());
+  }
+  length = PlatformFileSize(file);
+  if (length == 0xFFFFFFFF) {
+    uint32_t code = LastPlatformError();
+    PlatformCloseFile(file);
+    file = -1;
+    ThrowPlatformError(name, L"GetFileSize", code);
+  }
+  mapping = PlatformCreateMapping(file, length);
+  if (mapping == nullptr) {
+    uint32_t code = LastPlatformError();
+    PlatformCloseFile(file);
+    file = -1;
+    ThrowPlatformError(name, L"CreateFileMapping", code);
+  }
+  view = PlatformMapView(mapping, length);
+  if (view == nullptr) {
+    uint32_t code = LastPlatformError();
+    PlatformCloseMapping(mapping, length);
+    mapping = nullptr;
+    PlatformCloseFile(file);
+    file = -1;
+    ThrowPlatformError(name, L"MapViewOfFile", code);
+  }
+}
+
+MappedFile::~MappedFile() {
+  if (view != nullptr) {
+    PlatformUnmapView(view);
+    view = nullptr;
+  }
+  if (mapping != nullptr) {
+    PlatformCloseMapping(mapping, length);
+    mapping = nullptr;
+  }
+  if (file >= 0) {
+    PlatformCloseFile(file);
+    file = -1;
+  }
+}
+
+JPEGReader::JPEGReader(const wchar_t* name) : MappedFile(name) {}
+
+JPEGReader::~JPEGReader() {
+  delete markers;
+  markers = nullptr;
+  delete coverage;
+  coverage = nullptr;
+}
+
+void JPEGReader::Scan() {
+  delete markers;
+  markers = nullptr;
+  markers = new MarkerList();
+  delete coverage;
+  coverage = nullptr;
+  // File lengths are 32-bit; one of 2 GiB or more wraps here like every other offset.
+  coverage = new ByteCoverage(view, static_cast<int32_t>(length));
+  markers->Scan(*coverage, view, static_cast<int32_t>(length - 2));
+}
+
+void JPEGReader::Dump(const wchar_t* name, OutStream& stream) const {
+  Print(stream, L"File %s (length=%d):\n", name, static_cast<int32_t>(length));
+  markers->Dump(view, 1, stream);
+  stream.Flush();
+}
+
+MarkerList::MarkerList() : items(new JPEGReader::Marker*[4]()), capacity(4) {}
+
+MarkerList::~MarkerList() {
+  for (uint32_t i = 0; i < count; ++i) {
+    delete items[i];
+  }
+  delete[] items;
+}
+
+void MarkerList::Reserve(uint32_t needed) {
+  if (needed <= capacity) {
+    return;
+  }
+  uint32_t new_capacity = needed * 2;
+  auto** grown = new JPEGReader::Marker*[new_capacity]();
+  for (uint32_t i = 0; i < count; ++i) {
+    grown[i] = items[i];
+  }
+  delete[] items;
+  items = grown;
+  capacity = new_capacity;
+}
+
+void MarkerList::Scan(ByteCoverage& coverage, const uint8_t* data, int32_t search_start) {
+  // The stream's offset in the covered data; every position is claimed before it is read, so a
+  // byte is read only once it is known to lie inside the data.
+  const int64_t origin = coverage.OffsetOf(data);
+  const int64_t data_end = search_start + int64_t{2};
+
+  // Find the end from the back: the last FF D9 decides.
+  int32_t eoi = search_start;
+  for (;;) {
+    if (eoi >= 0 && eoi + int64_t{1} < data_end && coverage.InData(origin + eoi, 2) &&
+        data[eoi] == 0xFF && data[eoi + 1] == 0xD9) {
+      break;
+    }
+    --eoi;
+    if (eoi < 2) {
+      throw RawLayerException(L"Missing JPEG EOI");
+    }
+  }
+
+  int64_t position = 0;
+  for (;;) {
+    coverage.IdentifyAt(origin + position, 1);
+    uint8_t prefix = data[position];
+    ++position;
+    if (prefix == 0x00) {
+      continue;  // zero bytes are allowed between segments, and claimed
+    }
+    if (prefix != 0xFF) {
+      throw RawLayerException(L"Missing marker prefix");
+    }
+    coverage.IdentifyAt(origin + position, 1);
+    uint8_t code = data[position];
+    ++position;
+    if (code == 0x00) {
+      continue;  // FF 00 is skipped like a zero byte
+    }
+    int64_t start = position - 2;
+    if (start == 0) {
+      if (code == 0xD8) {
+        continue;
+      }
+      throw RawLayerException(L"Missing JPEG SOI");
+    }
+    if (start == eoi) {
+      return;
+    }
+    coverage.IdentifyAt(origin + position, 2);
+    int32_t length = static_cast<int32_t>(ReadBig16(data + position)) - 2;
+    position += 2;
+    // `position` was just claimed up to here, so the payload pointer is inside or just behind
+    // the data.
+    Append(MakeMarker(code, length, data + position));
+    items[count - 1]->Parse(coverage);
+    position += length;
+    if (code == 0xDA) {
+      int64_t compressed = eoi - position;
+      if (compressed != 0) {
+        // A negative length is refused here, before any pointer is formed from it.
+        coverage.IdentifyAt(origin + position, static_cast<int32_t>(compressed));
+      }
+      compressed_data = data + position;
+      compressed_length = static_cast<int32_t>(compressed);
+      position = eoi;
+    }
+  }
+}
+
+void MarkerList::Dump(const uint8_t* base, int32_t indent, OutStream& stream) const {
+  for (uint32_t i = 0; i < count; ++i) {
+    items[i]->Dump(base, indent, stream);
+  }
+  if (compressed_length != 0) {
+    PrintIndent(indent, stream);
+    Print(stream, L"Compressed data length %d\n", compressed_length);
+  }
+}
+
+void PrintIndent(int32_t indent, OutStream& stream) {
+  for (int32_t i = 0; i < indent; ++i) {
+    stream.PutAscii("  ", 2);
+  }
+}
+
+void JPEGReader::Marker::Parse(ByteCoverage& /*coverage*/) {}
+
+void JPEGReader::Marker::Apply(DecodeState& /*state*/, RawLayer& /*layer*/, bool /*header_only*/) {
+}
+
+void JPEGReader::Marker::Write(MergeState& /*state*/, const RawLayer& /*layer*/,
+                               const PropertyList& /*overrides*/, uint32_t /*background*/,
+                               ByteBuffer& out) {
+  // 0xFF, the code, the stored length (payload + 2, big-endian), the payload.
+  out.AppendByte(0xFF);
+  out.AppendByte(code);
+  int32_t stored = length + 2;
+  out.AppendByte(static_cast<uint8_t>(stored >> 8));
+  out.AppendByte(static_cast<uint8_t>(stored));
+  out.AppendBlock(payload, length);
+}
+
+void JPEGReader::Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
+  PrintIndent(indent, stream);
+  Print(stream, L"Marker %02x (bytes %d - %d)\n", code, static_cast<int32_t>(FirstByte(base)),
+        static_cast<int32_t>(LastByte(base)));
+  if (length < 1) {
+    return;
+  }
+  for (int32_t i = 0; i < length; ++i) {
+    if (i % 16 == 0) {
+      PrintIndent(indent, stream);
+    }
+    Print(stream, L" %02x", payload[i]);
+    if (i % 16 == 15 || i == length - 1) {
+      stream.PutAscii("\n", 1);
+    }
+  }
+}
+
+std::unique_ptr<JPEGReader::Marker> MakeMarker(uint8_t code, int32_t length,
+                                               const uint8_t* payload) {
+  switch (code) {
+    case 0xC0:
+    case 0xC1:
+    case 0xC2:
+    case 0xC3:
+    case 0xC5:
+    case 0xC6:
+    case 0xC7:
+    case 0xC9:
+    case 0xCA:
+    case 0xCB:
+    case 0xCD:
+    case 0xCE:
+    case 0xCF:
+      return std::make_unique<SOFMarker>(code, length, payload);
+    case 0xC4:
+      return std::make_unique<DHTMarker>(code, length, payload);
+    case 0xDA:
+      return std::make_unique<SOSMarker>(code, length, payload);
+    case 0xDB:
+      return std::make_unique<DQTMarker>(code, length, payload);
+    case 0xDD:
+      return std::make_unique<DRIMarker>(code, length, payload);
+    case 0xE0:
+      return std::make_unique<APP0Marker>(code, length, payload);
+    case 0xE1:
+      return std::make_unique<APP1Marker>(code, length, payload);
+    case 0xE2:
+      return std::make_unique<APP2Marker>(code, length, payload);
+    case 0xEC:
+      return std::make_unique<APP12Marker>(code, length, payload);
+    case 0xED:
+      return std::make_unique<APP13Marker>(code, length, payload);
+    case 0xEE:
+      return std::make_unique<APP14Marker>(code, length, payload);
+    case 0xFE:
+      return std::make_unique<COMMarker>(code, length, payload);
+    default:
+      return std::make_unique<JPEGReader::Marker>(code, length, payload);
+  }
+}
+
+}  // namespace corvi

@@ -1,0 +1,68 @@
+// Read-only file mapping: the platform calls behind MappedFile.
+#include "platform/file_map.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "platform/format.h"
+
+namespace corvi {
+
+int PlatformOpenRead(const wchar_t* name) {
+  std::string path = EncodeUtf8(name);
+  // Non-blocking, so that a pipe named like a JPEG cannot hang the walk.
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) {
+    return -1;
+  }
+  struct stat info;
+  if (fstat(fd, &info) != 0) {
+    int saved = errno;
+    close(fd);
+    errno = saved;
+    return -1;
+  }
+  if (S_ISDIR(info.st_mode)) {
+    close(fd);
+    errno = EISDIR;
+    return -1;
+  }
+  return fd;
+}
+
+uint32_t PlatformFileSize(int file) {
+  struct stat info;
+  if (fstat(file, &info) != 0) {
+    return 0xFFFFFFFF;
+  }
+  return static_cast<uint32_t>(static_cast<uint64_t>(info.st_size));
+}
+
+void* PlatformCreateMapping(int file, uint32_t length) {
+  if (length == 0) {
+    errno = EINVAL;  // what mmap gives for an empty range
+    return nullptr;
+  }
+  void* p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file, 0);
+  if (p == MAP_FAILED) {
+    return nullptr;
+  }
+  return p;
+}
+
+const uint8_t* PlatformMapView(void* mapping, uint32_t /*length*/) {
+  return static_cast<const uint8_t*>(mapping);
+}
+
+void PlatformUnmapView(const uint8_t* /*view*/) {}
+
+void PlatformCloseMapping(void* mapping, uint32_t length) { munmap(mapping, length); }
+
+void PlatformCloseFile(int file) { close(file); }
+
+}  // namespace corvi

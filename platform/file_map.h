@@ -1,0 +1,22 @@
+// Read-only file mapping: the platform calls behind MappedFile.
+#pragma once
+
+#include <cstdint>
+
+namespace corvi {
+
+// Each call returns its failure value and leaves LastPlatformError() set when it fails.
+
+// Opens an existing file for reading (CreateFile); -1 on failure. A directory fails.
+int PlatformOpenRead(const wchar_t* name);
+// Low 32 bits of the file's size (GetFileSize); 0xFFFFFFFF on failure.
+uint32_t PlatformFileSize(int file);
+// Maps `length` bytes read-only (CreateFileMapping); null on failure, also for length 0.
+void* PlatformCreateMapping(int file, uint32_t length);
+// The view of a mapping (MapViewOfFile); null on failure.
+const uint8_t* PlatformMapView(void* mapping, uint32_t length);
+void PlatformUnmapView(const uint8_t* view);
+void PlatformCloseMapping(void* mapping, uint32_t length);
+void PlatformCloseFile(int file);
+
+}  // namespace corvi

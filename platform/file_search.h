@@ -1,0 +1,45 @@
+// Directory search over a name or a pattern whose last component may hold * and ?.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace corvi {
+
+constexpr uint32_t kDirectoryAttribute = 0x10;
+
+// One entry of a search: the attribute bits (only the directory bit is set) and the bare name.
+struct FindData {
+  uint32_t dwFileAttributes = 0;
+  wchar_t cFileName[260] = {};
+};
+
+// A search in progress; the destructor closes it. Both separators "/" and "\\" are read as "/".
+// A plain name or a directory matches its own entry. A last component with wildcards lists the
+// directory, "." and ".." included ("*.*" matches every name), sorted by name.
+class FileSearch {
+ public:
+  FileSearch() = default;
+  FileSearch(const FileSearch&) = delete;
+  FileSearch& operator=(const FileSearch&) = delete;
+  ~FileSearch() { Close(); }
+
+  // FindFirstFile: false when nothing matches.
+  bool First(const wchar_t* pattern, FindData& entry);
+  // FindNextFile: false at the end.
+  bool Next(FindData& entry);
+  // FindClose.
+  void Close();
+
+ private:
+  bool Deliver(FindData& entry);
+  std::vector<std::wstring> names;
+  std::vector<uint32_t> attributes;
+  size_t next = 0;
+};
+
+// Decodes a command-line argument: UTF-8, with each byte of an invalid sequence as U+DC80 + byte.
+std::wstring DecodeArgument(const char* argument);
+
+}  // namespace corvi
