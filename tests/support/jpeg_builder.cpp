@@ -1,0 +1,165 @@
+// Builders of synthetic JPEG streams for the tests, and a scan of bytes held in memory.
+#include "tests/support/jpeg_builder.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "base/raw_layer_exception.h"
+#include "platform/format.h"
+
+namespace corvi::test {
+
+JpegBuilder& JpegBuilder::Soi() { return Raw({0xFF, 0xD8}); }
+JpegBuilder& JpegBuilder::Eoi() { return Raw({0xFF, 0xD9}); }
+
+JpegBuilder& JpegBuilder::Raw(std::initializer_list<uint8_t> bytes) {
+  data.insert(data.end(), bytes.begin(), bytes.end());
+  return *this;
+}
+
+JpegBuilder& JpegBuilder::Raw(const Bytes& bytes) {
+  data.insert(data.end(), bytes.begin(), bytes.end());
+  return *this;
+}
+
+JpegBuilder& JpegBuilder::Segment(uint8_t code, const Bytes& payload) {
+  return SegmentWithLength(code, static_cast<uint16_t>(payload.size() + 2), payload);
+}
+
+JpegBuilder& JpegBuilder::SegmentWithLength(uint8_t code, uint16_t stored_length,
+                                            const Bytes& payload) {
+  Raw({0xFF, code, static_cast<uint8_t>(stored_length >> 8), static_cast<uint8_t>(stored_length)});
+  return Raw(payload);
+}
+
+JpegBuilder& JpegBuilder::Dqt(uint8_t id, uint8_t value) {
+  Bytes payload(65, value);
+  payload[0] = id;
+  return Segment(0xDB, payload);
+}
+
+JpegBuilder& JpegBuilder::Dht(uint8_t table_class, uint8_t id, const std::vector<uint8_t>& counts,
+                              const Bytes& symbols) {
+  Bytes payload{static_cast<uint8_t>((table_class << 4) | id)};
+  payload.insert(payload.end(), counts.begin(), counts.end());
+  payload.resize(17, 0);
+  payload.insert(payload.end(), symbols.begin(), symbols.end());
+  return Segment(0xC4, payload);
+}
+
+JpegBuilder& JpegBuilder::Sof(uint8_t code, uint8_t precision, uint16_t width, uint16_t height,
+                              const std::vector<std::array<uint8_t, 3>>& components) {
+  Bytes payload{precision,
+                static_cast<uint8_t>(height >> 8),
+                static_cast<uint8_t>(height),
+                static_cast<uint8_t>(width >> 8),
+                static_cast<uint8_t>(width),
+                static_cast<uint8_t>(components.size())};
+  for (const auto& c : components) {
+    payload.insert(payload.end(), c.begin(), c.end());
+  }
+  return Segment(code, payload);
+}
+
+JpegBuilder& JpegBuilder::Sos(const std::vector<std::array<uint8_t, 2>>& components, uint8_t ss,
+                              uint8_t se, uint8_t ah_al) {
+  Bytes payload{static_cast<uint8_t>(components.size())};
+  for (const auto& c : components) {
+    payload.insert(payload.end(), c.begin(), c.end());
+  }
+  payload.push_back(ss);
+  payload.push_back(se);
+  payload.push_back(ah_al);
+  return Segment(0xDA, payload);
+}
+
+JpegBuilder& JpegBuilder::Dri(uint16_t interval) {
+  return Segment(0xDD, {static_cast<uint8_t>(interval >> 8), static_cast<uint8_t>(interval)});
+}
+
+void BitWriter::Put(uint32_t value, uint32_t bit_count) {
+  for (uint32_t i = bit_count; i > 0; --i) {
+    accumulator = (accumulator << 1) | ((value >> (i - 1)) & 1);
+    if (++count == 8) {
+      data.push_back(static_cast<uint8_t>(accumulator));
+      if (accumulator == 0xFF) {
+        data.push_back(0x00);
+      }
+      accumulator = 0;
+      count = 0;
+    }
+  }
+}
+
+Bytes BitWriter::Finish() {
+  while (count != 0) {
+    Put(1, 1);
+  }
+  return data;
+}
+
+Bytes TinyGrayJpeg() {
+  std::vector<uint8_t> one_code(16, 0);
+  one_code[0] = 1;
+  return JpegBuilder()
+      .Soi()
+      .Dqt(0)
+      .Sof(0xC0, 8, 8, 8, {{1, 0x11, 0}})
+      .Dht(0, 0, one_code, {0x00})
+      .Dht(1, 0, one_code, {0x00})
+      .Sos({{1, 0x00}})
+      .Entropy({0x00})
+      .Eoi()
+      .bytes();
+}
+
+ScanResult ScanBytes(const Bytes& bytes) {
+  ScanResult result;
+  result.coverage = std::make_unique<ByteCoverage>(bytes.data(), static_cast<int32_t>(bytes.size()));
+  result.markers = std::make_unique<MarkerList>();
+  try {
+    result.markers->Scan(*result.coverage, bytes.data(), static_cast<int32_t>(bytes.size()) - 2);
+  } catch (const RawLayerException& e) {
+    result.error = e.message != nullptr ? e.message : L"(null)";
+  }
+  return result;
+}
+
+std::string DumpText(const ScanResult& result, const Bytes& bytes) {
+  OutStream stream;
+  result.markers->Dump(bytes.data(), 1, stream);
+  return stream.Text();
+}
+
+std::string MakeTempDir() {
+  char pattern[] = "/tmp/corvi-test-XXXXXX";
+  const char* dir = mkdtemp(pattern);
+  return dir != nullptr ? std::string(dir) : std::string("/tmp");
+}
+
+std::string WriteTempFile(const std::string& name, const Bytes& bytes) {
+  std::string path = MakeTempDir() + "/" + name;
+  std::ofstream out(path, std::ios::binary);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return path;
+}
+
+Bytes ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string CorpusPath(const std::string& name) {
+#ifdef CORVI_CORPUS_DIR
+  return std::string(CORVI_CORPUS_DIR) + "/" + name;
+#else
+  return "../shared/corpus/" + name;
+#endif
+}
+
+bool CorpusAvailable() { return access(CorpusPath("SOURCES.md").c_str(), R_OK) == 0; }
+
+}  // namespace corvi::test
