@@ -35,8 +35,8 @@ sanitize: deps
 	cd $(SAN_BUILD) && ctest --output-on-failure -j $(JOBS)
 
 bench: build
-	$(BUILD)/scan_bench ../shared/corpus
-	$(BUILD)/decode_bench ../shared/corpus/oppo-r7-13mp-420.jpg
+	$(BUILD)/bench/scan_bench ../shared/corpus
+	$(BUILD)/bench/decode_bench ../shared/corpus/oppo-r7-13mp-420.jpg
 
 clean:
 	rm -rf $(BUILD) $(SAN_BUILD)

@@ -14,7 +14,13 @@
 namespace corvi {
 
 int PlatformOpenRead(const wchar_t* name) {
+  // The walk composes paths with "\\"; here it is a separator like "/".
   std::string path = EncodeUtf8(name);
+  for (char& c : path) {
+    if (c == '\\') {
+      c = '/';
+    }
+  }
   // Non-blocking, so that a pipe named like a JPEG cannot hang the walk.
   int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {

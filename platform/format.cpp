@@ -221,6 +221,10 @@ void OutStream::PutAscii(const char* text, size_t n) {
 }
 
 void OutStream::Flush() {
+  if (fd == kDiscard) {
+    used = 0;
+    return;
+  }
   if (fd < 0) {
     memory.append(buffer, used);
     used = 0;

@@ -62,9 +62,10 @@ void FormatTo(WideSink& sink, const wchar_t* format, const FormatArg* args, size
 
 // A buffered writer that encodes wide text as UTF-8. Characters U+DC80 to U+DCFF stand for the
 // raw bytes 0x80 to 0xFF that were not valid UTF-8 in a file name, and are written back as those
-// bytes. A stream writes to a descriptor, or collects its text in memory (fd -1).
+// bytes. A stream writes to a descriptor, collects its text in memory (fd -1), or discards it.
 class OutStream final : public WideSink {
  public:
+  static constexpr int kDiscard = -2;  // a stream that drops what it is given
   explicit OutStream(int fd, bool flush_each_print = false);
   OutStream() : OutStream(-1) {}
   OutStream(const OutStream&) = delete;
