@@ -1,6 +1,7 @@
 // The record of which bytes of a mapped file have been claimed by a parser.
 #include "base/byte_coverage.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "base/raw_layer_exception.h"
@@ -110,11 +111,12 @@ void ByteCoverage::PushRangeAt(int64_t offset, int32_t length) {
   const ByteRange limit = limits.items[limits.count - 1];
   int64_t start = offset > limit.start ? offset : limit.start;
   int64_t stop = end < limit.end ? end : limit.end;
-  // A clipped limit may come out empty or reversed; every claim inside it then fails. Keep the
-  // values inside 32 bits without changing that.
+  // A clipped limit may come out empty or reversed. A reversed one refuses every claim, also
+  // one of length 0, and so does any limit pushed inside it; `start` lies at or above the
+  // parent's start, so keeping it below INT32_MAX and `stop` one below it keeps both in 32 bits.
   if (start > stop) {
-    start = limit.end;
-    stop = limit.start;
+    start = start < INT32_MAX ? start : INT32_MAX;
+    stop = start - 1;
   }
   limits.Reserve(limits.count + 1);
   limits.items[limits.count++] = {static_cast<int32_t>(start), static_cast<int32_t>(stop)};

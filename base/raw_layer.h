@@ -43,6 +43,9 @@ T* AllocateArray(uint64_t count);
 namespace corvi {
 template <typename T>
 T* AllocateArray(uint64_t count) {
+  if (count > UINT64_MAX / sizeof(T)) {
+    throw RawLayerException(L"Image too large for this machine's memory");
+  }
   CheckAllocation(count * sizeof(T));
   T* p = new (std::nothrow) T[count];
   if (p == nullptr) {

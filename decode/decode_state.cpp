@@ -1,10 +1,88 @@
 // The decoder's state for one stream, the driver DecodeImage and the sampling plan.
 #include "decode/decode_state.h"
 
+#include <cstdio>
+
+#include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
 #include "decode/huffman.h"
+#include "decode/progressive.h"
+#include "decode/sequential.h"
+#include "jpeg/jpeg_reader.h"
+#include "platform/format.h"
 
 namespace corvi {
+namespace {
+
+// Names of the frame types by marker code 0xC0 to 0xCF; the codes that are no frame are "???".
+const char* ModeName(uint8_t frame_mode) {
+  switch (frame_mode) {
+    case 0xC0:
+      return "Baseline";
+    case 0xC1:
+      return "Extended sequential";
+    case 0xC2:
+      return "Progressive";
+    case 0xC3:
+      return "Lossless";
+    case 0xC5:
+      return "Differential sequential";
+    case 0xC6:
+      return "Differential progressive";
+    case 0xC7:
+      return "Differential lossless";
+    case 0xC9:
+      return "Extended sequential arithmetic";
+    case 0xCA:
+      return "Progressive arithmetic";
+    case 0xCB:
+      return "Lossless arithmetic";
+    case 0xCD:
+      return "Differential sequential arithmetic";
+    case 0xCE:
+      return "Differential progressive arithmetic";
+    case 0xCF:
+      return "Differential lossless arithmetic";
+    default:
+      return "???";
+  }
+}
+
+// The five sampling layouts: factors of slots 1 to 3 (0 for an empty slot) and the MCU geometry.
+// Names read rows by columns: "1x2" has two luma block columns, so factors 2x1.
+struct SamplingRow {
+  const char* name;
+  int32_t factors[3][2];  // h, v of slots 1, 2, 3
+  int32_t mcu_width;
+  int32_t mcu_height;
+  int32_t blocks_per_mcu;
+};
+
+constexpr SamplingRow kSamplingRows[5] = {
+    {"1x1", {{1, 1}, {1, 1}, {1, 1}}, 8, 8, 3},  {"1x2", {{2, 1}, {1, 1}, {1, 1}}, 16, 8, 4},
+    {"2x1", {{1, 2}, {1, 1}, {1, 1}}, 8, 16, 4}, {"2x2", {{2, 2}, {1, 1}, {1, 1}}, 16, 16, 6},
+    {"gray", {{1, 1}, {0, 0}, {0, 0}}, 8, 8, 1},
+};
+
+bool RowMatches(const DecodeState& state, const SamplingRow& row) {
+  if (state.components[0] != nullptr) {
+    return false;
+  }
+  for (int slot = 1; slot <= 3; ++slot) {
+    const ComponentInfo* c = state.components[slot];
+    const int32_t* f = row.factors[slot - 1];
+    if (f[0] == 0) {
+      if (c != nullptr) {
+        return false;
+      }
+    } else if (c == nullptr || c->h != f[0] || c->v != f[1]) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
 
 DecodeState::~DecodeState() {
   for (ComponentInfo*& c : components) {
@@ -23,8 +101,83 @@ DecodeState::~DecodeState() {
   }
 }
 
-void DecodeImage(const MarkerList&, DecodeState&, RawLayer&, bool) {
-  throw RawLayerException(L"Decoding is not built yet");
+const uint32_t zigzag[64] = {
+    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,   //
+    12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,  //
+    35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,  //
+    58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63,  //
+};
+
+void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer, bool header_only) {
+  for (uint32_t i = 0; i < markers.count; ++i) {
+    markers.items[i]->Apply(state, layer, header_only);
+  }
+  if (markers.compressed_data == nullptr || markers.compressed_length < 0) {
+    throw RawLayerException(L"No compressed image data");
+  }
+  PlanSampling(state);
+
+  char mode[100];
+  std::snprintf(mode, sizeof mode, "%s %s", ModeName(state.frame_mode),
+                kSamplingRows[state.sampling_mode - 1].name);
+  layer.properties.SetCompressionMode(mode);
+
+  layer.FreePixels();
+  if (header_only || state.width == 0 || state.height == 0) {
+    return;
+  }
+  if (state.frame_mode == 0xC0) {
+    DecodeSequential(state, layer, markers.compressed_data, markers.compressed_length);
+  } else if (state.frame_mode == 0xC2) {
+    DecodeProgressive(state, layer, markers.compressed_data, markers.compressed_length);
+  } else {
+    wchar_t message[200];
+    FormatBuffer(message, 200, L"Unsupported image format (mode=SOF%d)",
+                 static_cast<int>(state.frame_mode) - 0xC0);
+    throw RawLayerException(message);
+  }
+}
+
+void PlanSampling(DecodeState& state) {
+  for (int32_t i = 0; i < 5; ++i) {
+    const SamplingRow& row = kSamplingRows[i];
+    if (!RowMatches(state, row)) {
+      continue;
+    }
+    state.sampling_mode = i + 1;
+    state.mcu_width = row.mcu_width;
+    state.mcu_height = row.mcu_height;
+    state.blocks_per_mcu = row.blocks_per_mcu;
+    // Unsigned 32-bit arithmetic: the frame's sizes are at most 65535, so nothing wraps.
+    uint32_t mcu_width = static_cast<uint32_t>(row.mcu_width);
+    uint32_t mcu_height = static_cast<uint32_t>(row.mcu_height);
+    uint32_t across = (state.width + mcu_width - 1) / mcu_width;
+    uint32_t down = (state.height + mcu_height - 1) / mcu_height;
+    state.mcus_across = static_cast<int32_t>(across);
+    state.mcus_down = static_cast<int32_t>(down);
+    state.mcu_count = static_cast<int32_t>(across * down);
+    state.blocks_per_row = static_cast<int32_t>(static_cast<uint32_t>(row.blocks_per_mcu) * across);
+    return;
+  }
+  constexpr size_t kCapacity = 200;
+  wchar_t message[kCapacity];
+  size_t used = FormatBuffer(message, kCapacity, L"Unsupported sampling (");
+  for (int slot = 0; slot < 4; ++slot) {
+    const ComponentInfo* c = state.components[slot];
+    if (c != nullptr && used + 1 < kCapacity) {
+      used +=
+          FormatBuffer(message + used, kCapacity - used, L" comp %d: %d x %d", slot, c->h, c->v);
+    }
+  }
+  if (used + 1 < kCapacity) {
+    FormatBuffer(message + used, kCapacity - used, L" )");
+  }
+  throw RawLayerException(message);
+}
+
+int32_t ComponentSlot(uint8_t id, int32_t position) {
+  int32_t slot = id < 4 ? id : position;
+  return slot < 4 ? slot : -1;
 }
 
 }  // namespace corvi

@@ -9,8 +9,9 @@ namespace corvi {
 // is 1 to 8 for a complete code (low byte the symbol), 0xFE for a link (low byte the page), and
 // 0xFF for a free entry.
 struct HuffmanTable {
-  uint16_t* pages = nullptr;  // owned; page_count × 256 entries
+  uint16_t* pages = nullptr;  // owned; page_count × 256 entries in one block
   int32_t page_count = 0;
+  int32_t page_capacity = 0;  // pages the block can hold; grows by doubling
 
   HuffmanTable() = default;
   HuffmanTable(const HuffmanTable&) = delete;
@@ -20,10 +21,10 @@ struct HuffmanTable {
 
 // Reads bits out of entropy-coded data; stops at a marker or at the end, reading zeros.
 struct BitReader {
-  const uint8_t* cursor = nullptr;
-  const uint8_t* end = nullptr;
-  uint32_t bits = 0;       // left-justified: the next bit is bit 31
-  uint32_t bit_count = 0;  // valid bits at the top of `bits`
+  const uint8_t* cursor = nullptr;  // next byte not yet taken into `bits`
+  const uint8_t* end = nullptr;     // one past the last byte of the data
+  uint32_t bits = 0;                // left-justified: the next bit is bit 31
+  uint32_t bit_count = 0;           // valid bits at the top of `bits`; the bits below are zero
 
   void Clear() {
     bits = 0;
@@ -37,10 +38,38 @@ void BuildHuffmanTable(HuffmanTable& table, const uint8_t* payload, int32_t& pos
 void AddHuffmanCode(HuffmanTable& table, int32_t page, uint32_t code, uint32_t length,
                     uint8_t symbol);
 
+// The full symbol decode: links, refills and the end of the data. Throws "Corrupt image data".
+uint32_t DecodeSymbolSlow(BitReader& reader, const HuffmanTable& table);
+// The full bit read: refills, the end of the data and counts of 32 or more.
+uint32_t ReceiveBitsSlow(BitReader& reader, uint32_t n);
+
 // The next symbol; 0 when the data has run out. Throws "Corrupt image data" on a free entry.
-uint32_t DecodeSymbol(BitReader& reader, const HuffmanTable& table);
+// The inline part takes a complete code of page 0 that the bits held already cover; it gives what
+// the full decode gives, since that one would find the same entry first.
+inline uint32_t DecodeSymbol(BitReader& reader, const HuffmanTable& table) {
+  uint32_t bits = reader.bits;
+  uint32_t bit_count = reader.bit_count;
+  uint32_t entry = table.pages[bits >> 24];
+  uint32_t n = entry >> 8;  // 1 to 8 for a code; 0xFE and 0xFF lie above any bit count
+  if (n <= bit_count) {
+    reader.bits = bits << n;
+    reader.bit_count = bit_count - n;
+    return entry & 0xFF;
+  }
+  return DecodeSymbolSlow(reader, table);
+}
+
 // The next `n` bits (n ≥ 1), or 0 with nothing consumed when they cannot be had.
-uint32_t ReceiveBits(BitReader& reader, uint32_t n);
+inline uint32_t ReceiveBits(BitReader& reader, uint32_t n) {
+  uint32_t bit_count = reader.bit_count;
+  if (n <= bit_count && n - 1 < 31) {  // 1 to 31 bits held: both shifts stay below 32
+    uint32_t bits = reader.bits;
+    reader.bits = bits << n;
+    reader.bit_count = bit_count - n;
+    return bits >> (32 - n);
+  }
+  return ReceiveBitsSlow(reader, n);
+}
 
 // T.81 F.2.2.1 EXTEND; size 0 gives 0, and sizes of 32 or more are defined too.
 inline int32_t Extend(uint32_t value, uint32_t size) {

@@ -10,11 +10,20 @@ struct ComponentInfo;
 struct DecodeState;
 struct RawLayer;
 
+// Decodes an SOF2 frame into `layer.pixels`; called by DecodeImage after PlanSampling.
 void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data, int32_t length);
 
-// Decodes the scan at the reader's cursor and every scan behind it.
-void DecodeScans(DecodeState& state, int16_t* coefficients, BitReader& reader);
+// Decodes the scan at the reader's cursor and every scan behind it, applying the DHT, DRI and
+// SOS segments between them (`layer` is what their Apply is given). Refuses a stream of more
+// than 1000 scans with "Too many scans in progressive JPEG".
+void DecodeScans(DecodeState& state, RawLayer& layer, int16_t* coefficients, BitReader& reader);
+
+// Decodes one scan with the parameters of the latest SOS. The block layout is that of the
+// components with a bound quantisation table (the planned frame); a scan naming any other
+// component throws "Scan component is not part of the frame".
 void DecodeScan(DecodeState& state, int16_t* coefficients, BitReader& reader);
+
+// Decodes one block's part of the current scan; `dc_predictor` and `eob_run` are in-out.
 void DecodeProgressiveBlock(const DecodeState& state, int16_t* block, BitReader& reader,
                             const ComponentInfo& component, int32_t& dc_predictor,
                             uint32_t& eob_run);

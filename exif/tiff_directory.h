@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 namespace corvi {
 
@@ -80,14 +81,14 @@ class CanonMakerNote : public TIFFNestedDir {
 // Owning growable array of entries in walk order: a whole chain of directories.
 class TIFFDirectory {
  public:
-  TIFFDirectory() = default;
-  explicit TIFFDirectory(uint8_t order) : byte_order(order) {}
+  TIFFDirectory() : TIFFDirectory(0) {}
+  explicit TIFFDirectory(uint8_t order);  // empty, with room for 4 entries
   TIFFDirectory(const TIFFDirectory&) = delete;
   TIFFDirectory& operator=(const TIFFDirectory&) = delete;
   ~TIFFDirectory();
 
   void Reserve(uint32_t needed);
-  void Append(TIFFEntry* entry);  // takes ownership, also when it throws
+  void Append(std::unique_ptr<TIFFEntry> entry);
   const TIFFEntry* Find(uint32_t tag) const;
   void OrTag(uint32_t bits);
   void Collect(DecodeState& state, uint8_t order, RawLayer& layer, bool header_only);
@@ -99,15 +100,24 @@ class TIFFDirectory {
   uint8_t byte_order = 0;  // 0 Intel, 1 Motorola
 };
 
-struct TIFFTagName {
+// Tag spaces, in the bits above the file's 16-bit tag.
+constexpr uint32_t kSonyTagSpace = 0x10000;
+constexpr uint32_t kCanonTagSpace = 0x20000;
+constexpr uint32_t kGPSTagSpace = 0x30000;
+
+struct TIFFTagRow {
   uint32_t key;
   const wchar_t* name;
 };
-extern const TIFFTagName TIFFTagNames[144];
+extern const TIFFTagRow TIFFTagNames[144];
 extern const uint32_t CollectedTags[14];
 
 // The name of a full tag (tag space included), or "???".
 const wchar_t* TIFFTagName(uint32_t tag);
+
+// Claims the 8-byte TIFF header at `header`, takes its byte order into `directory` and walks the
+// directories from the first offset it names. Throws on a bad header.
+void ParseTIFFHeader(TIFFDirectory& directory, ByteCoverage& coverage, const uint8_t* header);
 
 // Reads the directories at `offset` from `base` (the TIFF header) into `directory`. Offsets are
 // signed 32-bit; nothing outside the mapped data is read or pointed at.

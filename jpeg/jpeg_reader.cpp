@@ -109,16 +109,19 @@ void MarkerList::Scan(ByteCoverage& coverage, const uint8_t* data, int32_t searc
   // The stream's offset in the covered data; every position is claimed before it is read, so a
   // byte is read only once it is known to lie inside the data.
   const int64_t origin = coverage.OffsetOf(data);
-  const int64_t data_end = search_start + int64_t{2};
 
-  // Find the end from the back: the last FF D9 decides.
-  int32_t eoi = search_start;
+  // Find the end from the back: the last FF D9 decides. Indices whose pair of bytes lies outside
+  // the mapped data hold no FF D9; the search passes over them without reading.
+  const int64_t last_pair = int64_t{coverage.data_length} - origin - 2;
+  int64_t eoi = search_start;
   for (;;) {
-    if (eoi >= 0 && eoi + int64_t{1} < data_end && coverage.InData(origin + eoi, 2) &&
-        data[eoi] == 0xFF && data[eoi + 1] == 0xD9) {
+    if (eoi >= 0 && eoi <= last_pair && data[eoi] == 0xFF && data[eoi + 1] == 0xD9) {
       break;
     }
     --eoi;
+    if (eoi > last_pair) {
+      eoi = last_pair;
+    }
     if (eoi < 2) {
       throw RawLayerException(L"Missing JPEG EOI");
     }

@@ -13,14 +13,18 @@
 
 namespace corvi {
 
-int PlatformOpenRead(const wchar_t* name) {
-  // The walk composes paths with "\\"; here it is a separator like "/".
+std::string NativePath(const wchar_t* name) {
   std::string path = EncodeUtf8(name);
   for (char& c : path) {
     if (c == '\\') {
       c = '/';
     }
   }
+  return path;
+}
+
+int PlatformOpenRead(const wchar_t* name) {
+  std::string path = NativePath(name);
   // Non-blocking, so that a pipe named like a JPEG cannot hang the walk.
   int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {

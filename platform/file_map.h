@@ -2,8 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace corvi {
+
+// The bytes of a path as the system calls take it: UTF-8, with "\\" read as "/" so that the
+// paths composed by the walk ("dir\\*.*") name the same files as the user's own separators.
+std::string NativePath(const wchar_t* name);
 
 // Each call returns its failure value and leaves LastPlatformError() set when it fails.
 

@@ -1,0 +1,630 @@
+// Progressive Huffman decoding: the whole image's coefficients, scan after scan.
+#include "decode/progressive.h"
+
+#include <cstring>
+#include <memory>
+
+#include "base/byte_coverage.h"
+#include "base/raw_layer.h"
+#include "base/raw_layer_exception.h"
+#include "decode/color.h"
+#include "decode/decode_state.h"
+#include "decode/huffman.h"
+#include "decode/idct.h"
+#include "decode/sequential.h"
+#include "jpeg/markers.h"
+
+namespace corvi {
+namespace {
+
+// Scans beyond this many are refused. A scan costs a walk over the frame's blocks even when it
+// holds no data, so a file of a few kilobytes could otherwise keep a large frame busy for
+// minutes. Encoders write about ten scans; a thousand leaves room for any scan script.
+constexpr int32_t kMaxScans = 1000;
+
+// T.81 B.2.3: at most 10 blocks in an MCU. The planned layouts have 6 at most.
+constexpr int32_t kMaxBlocksPerMcu = 10;
+
+// The blocks of one MCU as the coefficient store holds them. The store is laid out once, for
+// the components that PlanSampling saw, and those are exactly the slots whose quantisation
+// table DecodeProgressive has bound. A slot that a later SOS creates has none and stays out:
+// its blocks have no place in the store.
+struct BlockLayout {
+  int32_t first[4];  // the component's first block within an MCU; -1 when not in the layout
+  int32_t h[4];
+  int32_t v[4];
+  int32_t blocks_per_mcu;
+};
+
+BlockLayout PlannedLayout(const DecodeState& state) {
+  BlockLayout layout{};
+  int32_t count = 0;
+  for (int slot = 0; slot < 4; ++slot) {
+    const ComponentInfo* c = state.components[slot];
+    layout.first[slot] = -1;
+    if (c == nullptr || c->quant_table == nullptr || c->h <= 0 || c->v <= 0) {
+      continue;
+    }
+    if (c->h > kMaxBlocksPerMcu || c->v > kMaxBlocksPerMcu ||
+        c->h * c->v > kMaxBlocksPerMcu - count) {
+      throw RawLayerException(L"Inconsistent block layout");
+    }
+    layout.first[slot] = count;
+    layout.h[slot] = c->h;
+    layout.v[slot] = c->v;
+    count += c->h * c->v;
+  }
+  // The store was sized from the planned geometry; any other count would walk out of it.
+  if (count != state.blocks_per_mcu || state.mcus_across < 0 || state.mcus_down < 0 ||
+      int64_t{state.mcus_across} * state.mcus_down != state.mcu_count) {
+    throw RawLayerException(L"Inconsistent block layout");
+  }
+  layout.blocks_per_mcu = count;
+  return layout;
+}
+
+// The band and bit position of the current scan, clamped so that no index leaves a block even
+// if the state was set by other means than SOS Apply, which refuses such values.
+struct ScanBand {
+  int32_t start;      // Ss
+  int32_t end;        // Se
+  int32_t high;       // Ah
+  uint32_t low;       // Al
+};
+
+ScanBand BandOf(const DecodeState& state) {
+  ScanBand band{};
+  band.start = state.spectral_start < 0 ? 0 : state.spectral_start;
+  band.end = state.spectral_end > 63 ? 63 : state.spectral_end;
+  band.high = state.approx_high;
+  band.low = static_cast<uint32_t>(state.approx_low) & 15;
+  return band;
+}
+
+inline int16_t Low16(uint32_t value) { return static_cast<int16_t>(static_cast<uint16_t>(value)); }
+
+// T.81 G.1.2: one block's part of a scan. DC first scan (G.1.2.1), DC refinement (G.1.2.1),
+// AC first scan (G.1.2.2) and AC refinement (G.1.2.3), in one loop so that a band from 0 past
+// 0 goes on from DC to AC in the same block.
+inline void DecodeBlock(const ScanBand& band, int16_t* block, BitReader& reader,
+                        const ComponentInfo& component, int32_t& dc_predictor,
+                        uint32_t& eob_run) {
+  const int32_t end = band.end;
+  const uint32_t low = band.low;
+  const bool refine = band.high != 0;
+  const int32_t p1 = static_cast<int32_t>(uint32_t{1} << low);
+  int32_t k = band.start;
+  while (k <= end) {
+    if (k == 0) {
+      if (refine) {
+        uint32_t bit = ReceiveBits(reader, 1);
+        block[0] = Low16(static_cast<uint16_t>(block[0]) | (bit << low));
+      } else {
+        if (component.dc_table == nullptr) {
+          throw RawLayerException(L"Missing DC Huffman table");
+        }
+        uint32_t s = DecodeSymbol(reader, *component.dc_table);
+        int32_t diff = s != 0 ? Extend(ReceiveBits(reader, s), s) : 0;
+        // The predictor runs in 32 bits with wrap-around; the block takes its low 16 bits.
+        uint32_t predictor = static_cast<uint32_t>(dc_predictor) + static_cast<uint32_t>(diff);
+        dc_predictor = static_cast<int32_t>(predictor);
+        block[0] = Low16((predictor & 0xFFFF) << low);
+      }
+      k = 1;
+      continue;
+    }
+    if (component.ac_table == nullptr) {
+      throw RawLayerException(L"Missing AC Huffman table");
+    }
+    // A run of 1000 reaches past any band: the block ends, or in a refinement scan the walk
+    // goes on to the band's end reading correction bits.
+    int32_t r = 1000;
+    int32_t s = 0;
+    if (eob_run == 0) {
+      uint32_t rs = DecodeSymbol(reader, *component.ac_table);
+      r = static_cast<int32_t>(rs >> 4);
+      uint32_t size = rs & 15;
+      if (size != 0) {
+        s = Extend(ReceiveBits(reader, size), size);
+      } else if (r != 15) {
+        // EOBn: this block and 2^r - 1 + the next r bits more end the band (r ≤ 14).
+        eob_run = uint32_t{1} << r;
+        if (r != 0) {
+          eob_run += ReceiveBits(reader, static_cast<uint32_t>(r));
+        }
+        r = 1000;
+      }
+    }
+    if (!refine) {
+      k += r;
+    } else {
+      // Skip r zero coefficients; each non-zero one on the way takes a correction bit.
+      for (; k <= end; ++k) {
+        int16_t& c = block[zigzag[k]];
+        if (c == 0) {
+          if (--r < 0) {
+            break;
+          }
+        } else if (ReceiveBits(reader, 1) != 0) {
+          c = Low16(static_cast<uint32_t>(c > 0 ? c + p1 : c - p1));
+        }
+      }
+    }
+    if (s != 0 && k <= end) {
+      block[zigzag[k]] = Low16(static_cast<uint32_t>(s) << low);
+    }
+    ++k;
+  }
+  if (eob_run != 0) {
+    --eob_run;
+  }
+}
+
+// The four kinds of scan that encoders write, each with a loop of its own; DecodeBlock's
+// general loop is kept for a band that runs from DC into AC. Each gives what DecodeBlock gives.
+enum class BlockKind { kMixed, kDcFirst, kDcRefine, kAcFirst, kAcRefine };
+
+BlockKind KindOf(const ScanBand& band) {
+  if (band.start == 0 && band.end == 0) {
+    return band.high == 0 ? BlockKind::kDcFirst : BlockKind::kDcRefine;
+  }
+  if (band.start >= 1 && band.start <= band.end) {
+    return band.high == 0 ? BlockKind::kAcFirst : BlockKind::kAcRefine;
+  }
+  return BlockKind::kMixed;
+}
+
+// T.81 G.1.2.2: runs, values and end-of-band runs of a first AC scan.
+inline void DecodeAcFirst(const ScanBand& band, int16_t* block, BitReader& reader,
+                          const HuffmanTable& table, uint32_t& eob_run) {
+  if (eob_run != 0) {
+    --eob_run;
+    return;
+  }
+  const int32_t end = band.end;
+  const uint32_t low = band.low;
+  for (int32_t k = band.start; k <= end;) {
+    const uint32_t rs = DecodeSymbol(reader, table);
+    const uint32_t r = rs >> 4;
+    const uint32_t size = rs & 15;
+    if (size != 0) {
+      const int32_t s = Extend(ReceiveBits(reader, size), size);
+      k += static_cast<int32_t>(r);
+      if (k <= end) {
+        block[zigzag[k]] = Low16(static_cast<uint32_t>(s) << low);
+      }
+      ++k;
+    } else if (r == 15) {
+      k += 16;  // ZRL
+    } else {
+      eob_run = uint32_t{1} << r;
+      if (r != 0) {
+        eob_run += ReceiveBits(reader, r);
+      }
+      --eob_run;  // this block is the run's first
+      return;
+    }
+  }
+}
+
+// T.81 G.1.2.3: one more bit of the band; new coefficients of ±1 and a correction bit for each
+// non-zero coefficient passed on the way, also inside an end-of-band run. The correction bits
+// are the bulk of the work: they come straight from a local copy of the accumulator, which is
+// handed back to the reader around every other read.
+inline void DecodeAcRefine(const ScanBand& band, int16_t* block, BitReader& reader,
+                           const HuffmanTable& table, uint32_t& eob_run) {
+  const int32_t end = band.end;
+  const uint32_t low = band.low;
+  const int32_t p1 = static_cast<int32_t>(uint32_t{1} << low);
+  uint32_t bits = reader.bits;
+  uint32_t count = reader.bit_count;
+  auto correct = [&](int16_t& c) {
+    uint32_t bit;
+    if (count != 0) {
+      bit = bits >> 31;
+      bits <<= 1;
+      --count;
+    } else {
+      reader.bits = bits;  // no bits held: refill through the reader
+      reader.bit_count = 0;
+      bit = ReceiveBits(reader, 1);
+      bits = reader.bits;
+      count = reader.bit_count;
+    }
+    if (bit != 0) {
+      c = Low16(static_cast<uint32_t>(c > 0 ? c + p1 : c - p1));
+    }
+  };
+  int32_t k = band.start;
+  if (eob_run == 0) {
+    while (k <= end) {
+      reader.bits = bits;
+      reader.bit_count = count;
+      const uint32_t rs = DecodeSymbol(reader, table);
+      int32_t r = static_cast<int32_t>(rs >> 4);
+      const uint32_t size = rs & 15;
+      int32_t s = 0;
+      if (size != 0) {
+        s = Extend(ReceiveBits(reader, size), size);
+      } else if (r != 15) {
+        eob_run = uint32_t{1} << r;
+        if (r != 0) {
+          eob_run += ReceiveBits(reader, static_cast<uint32_t>(r));
+        }
+      }
+      bits = reader.bits;
+      count = reader.bit_count;
+      if (eob_run != 0) {
+        break;
+      }
+      // Skip r zero coefficients, correcting the non-zero ones on the way.
+      for (; k <= end; ++k) {
+        int16_t& c = block[zigzag[k]];
+        if (c == 0) {
+          if (--r < 0) {
+            break;
+          }
+        } else {
+          correct(c);
+        }
+      }
+      if (s != 0 && k <= end) {
+        block[zigzag[k]] = Low16(static_cast<uint32_t>(s) << low);
+      }
+      ++k;
+    }
+  }
+  if (eob_run != 0) {
+    // Without branches on the coefficients, whose pattern no predictor learns: a zero takes
+    // no bit, a non-zero one takes the top bit of the accumulator.
+    for (; k <= end; ++k) {
+      int16_t& c = block[zigzag[k]];
+      const int32_t value = c;
+      if (count == 0) {
+        if (value != 0) {
+          correct(c);
+        }
+        continue;
+      }
+      const uint32_t non_zero = value != 0 ? 1 : 0;
+      const uint32_t bit = (bits >> 31) & non_zero;
+      bits <<= non_zero;
+      count -= non_zero;
+      const int32_t sign = value >> 31;  // 0 or -1
+      const int32_t step = (p1 ^ sign) - sign;  // p1 with the coefficient's sign
+      c = Low16(static_cast<uint32_t>(value) + static_cast<uint32_t>(step) * bit);
+    }
+    --eob_run;
+  }
+  reader.bits = bits;
+  reader.bit_count = count;
+}
+
+template <BlockKind kind>
+inline void DecodeUnit(const ScanBand& band, int16_t* block, BitReader& reader,
+                       const ComponentInfo& component, int32_t& dc_predictor, uint32_t& eob_run) {
+  if constexpr (kind == BlockKind::kDcFirst) {
+    if (component.dc_table == nullptr) {
+      throw RawLayerException(L"Missing DC Huffman table");
+    }
+    const uint32_t s = DecodeSymbol(reader, *component.dc_table);
+    const int32_t diff = s != 0 ? Extend(ReceiveBits(reader, s), s) : 0;
+    const uint32_t predictor = static_cast<uint32_t>(dc_predictor) + static_cast<uint32_t>(diff);
+    dc_predictor = static_cast<int32_t>(predictor);
+    block[0] = Low16((predictor & 0xFFFF) << band.low);
+  } else if constexpr (kind == BlockKind::kDcRefine) {
+    const uint32_t bit = ReceiveBits(reader, 1);
+    block[0] = Low16(static_cast<uint16_t>(block[0]) | (bit << band.low));
+  } else if constexpr (kind == BlockKind::kAcFirst || kind == BlockKind::kAcRefine) {
+    if (component.ac_table == nullptr) {
+      throw RawLayerException(L"Missing AC Huffman table");
+    }
+    if constexpr (kind == BlockKind::kAcFirst) {
+      DecodeAcFirst(band, block, reader, *component.ac_table, eob_run);
+    } else {
+      DecodeAcRefine(band, block, reader, *component.ac_table, eob_run);
+    }
+  } else {
+    DecodeBlock(band, block, reader, component, dc_predictor, eob_run);
+  }
+}
+
+// Counts a unit of the scan; on the last one of an interval, drops the bits, finds the next
+// restart marker and clears the DC predictors. The end-of-band run goes on.
+struct RestartCounter {
+  int32_t interval;
+  int32_t countdown;
+  uint32_t restart_number = 0;
+
+  explicit RestartCounter(int32_t restart_interval)
+      : interval(restart_interval),
+        countdown(restart_interval != 0 ? restart_interval : 0x7FFFFFFF) {}
+
+  // True when a restart was done.
+  bool Count(BitReader& reader) {
+    if (--countdown != 0) {
+      return false;
+    }
+    SeekRestartMarker(reader, restart_number);
+    ++restart_number;
+    countdown = interval;
+    return true;
+  }
+};
+
+template <BlockKind kind>
+void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const ScanBand& band,
+                     int16_t* coefficients, BitReader& shared_reader) {
+  // The blocks of an MCU that this scan decodes: their offsets in the MCU and their slots.
+  int32_t offsets[kMaxBlocksPerMcu];
+  int32_t slots[kMaxBlocksPerMcu];
+  int32_t unit_count = 0;
+  for (int32_t slot = 0; slot < 4; ++slot) {
+    if (layout.first[slot] < 0 || !state.components[slot]->in_scan) {
+      continue;
+    }
+    for (int32_t i = 0; i < layout.h[slot] * layout.v[slot]; ++i) {
+      offsets[unit_count] = layout.first[slot] + i;
+      slots[unit_count] = slot;
+      ++unit_count;
+    }
+  }
+  const int64_t mcu_count = state.mcu_count;
+  RestartCounter restart(state.restart_interval);
+  if (unit_count == 0) {
+    // Nothing to decode; only the restart steps move the reader. Once it stands at the end
+    // they change nothing more.
+    if (restart.interval == 0) {
+      return;
+    }
+    for (int64_t m = 0; m + 1 < mcu_count; ++m) {
+      if (restart.Count(shared_reader) && shared_reader.cursor == shared_reader.end) {
+        return;
+      }
+    }
+    return;
+  }
+  int32_t dc_predictors[4] = {};
+  uint32_t eob_run = 0;
+  const int64_t mcu_stride = int64_t{layout.blocks_per_mcu} * 64;
+  BitReader reader = shared_reader;  // a local for the loop, written back once
+  for (int64_t m = 0; m < mcu_count; ++m) {
+    int16_t* mcu = coefficients + m * mcu_stride;
+    for (int32_t u = 0; u < unit_count; ++u) {
+      int32_t slot = slots[u];
+      DecodeUnit<kind>(band, mcu + offsets[u] * 64, reader, *state.components[slot],
+                       dc_predictors[slot], eob_run);
+    }
+    if (m + 1 < mcu_count && restart.Count(reader)) {
+      std::memset(dc_predictors, 0, sizeof(dc_predictors));
+    }
+  }
+  shared_reader = reader;
+}
+
+// A single-component scan codes the blocks that the component's own size needs (T.81 A.2.2):
+// the leading min(MCUs × factor, ceil(size / 8)) block columns and rows.
+template <BlockKind kind>
+void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
+                         const ScanBand& band, int16_t* coefficients, BitReader& shared_reader) {
+  int32_t slot = 0;
+  while (slot < 4 && (state.components[slot] == nullptr || !state.components[slot]->in_scan)) {
+    ++slot;
+  }
+  if (slot == 4) {
+    return;
+  }
+  const ComponentInfo& component = *state.components[slot];
+  const int64_t h = layout.h[slot];
+  const int64_t v = layout.v[slot];
+  const int64_t first = layout.first[slot];
+  const int64_t mcus_across = state.mcus_across;
+  int64_t columns = (int64_t{state.width} + 7) / 8;
+  if (columns > mcus_across * h) {
+    columns = mcus_across * h;
+  }
+  int64_t rows = (int64_t{state.height} + 7) / 8;
+  if (rows > int64_t{state.mcus_down} * v) {
+    rows = int64_t{state.mcus_down} * v;
+  }
+  const int64_t total = columns * rows;
+  const int64_t mcu_stride = int64_t{layout.blocks_per_mcu} * 64;
+  RestartCounter restart(state.restart_interval);
+  int32_t dc_predictor = 0;
+  uint32_t eob_run = 0;
+  int64_t done = 0;
+  BitReader reader = shared_reader;  // a local for the loop, written back once
+  for (int64_t y = 0; y < rows; ++y) {
+    const int64_t mcu_row = y / v;
+    const int64_t br = y % v;
+    int16_t* row = coefficients + mcu_row * mcus_across * mcu_stride + (first + br * h) * 64;
+    int64_t mcu_column = 0;
+    int64_t bc = 0;
+    for (int64_t x = 0; x < columns; ++x) {
+      DecodeUnit<kind>(band, row + mcu_column * mcu_stride + bc * 64, reader, component,
+                       dc_predictor, eob_run);
+      if (++bc == h) {
+        bc = 0;
+        ++mcu_column;
+      }
+      if (++done < total && restart.Count(reader)) {
+        dc_predictor = 0;
+      }
+    }
+  }
+  shared_reader = reader;
+}
+
+template <BlockKind kind>
+void Walk(const DecodeState& state, const BlockLayout& layout, const ScanBand& band,
+          int16_t* coefficients, BitReader& reader) {
+  if (state.scan_components == 1) {
+    SingleComponentWalk<kind>(state, layout, band, coefficients, reader);
+  } else {
+    InterleavedWalk<kind>(state, layout, band, coefficients, reader);
+  }
+}
+
+}  // namespace
+
+void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data, int32_t length) {
+  for (QuantTable* table : state.quant_tables) {
+    if (table != nullptr) {
+      ScaleQuantTable(*table);
+    }
+  }
+  for (ComponentInfo* c : state.components) {
+    if (c == nullptr) {
+      continue;
+    }
+    if (c->quant_index < 0 || c->quant_index > 3 || state.quant_tables[c->quant_index] == nullptr) {
+      throw RawLayerException(L"Missing quantization table index");
+    }
+    c->quant_table = state.quant_tables[c->quant_index];
+  }
+  const BlockLayout layout = PlannedLayout(state);
+
+  // Refuse a frame whose buffers cannot all be had before taking any of them: the whole
+  // image's coefficients, the pixels and one MCU row of samples.
+  const uint64_t block_count = uint64_t(uint32_t(state.mcu_count)) * uint32_t(layout.blocks_per_mcu);
+  const uint64_t row_blocks = uint64_t(uint32_t(state.mcus_across)) * uint32_t(layout.blocks_per_mcu);
+  CheckAllocation(block_count * 64 * sizeof(int16_t) +
+                  uint64_t{layer.width} * layer.height * 4 * sizeof(uint16_t) +
+                  row_blocks * 64 * sizeof(float));
+  std::unique_ptr<int16_t[]> coefficients(AllocateArray<int16_t>(block_count * 64));
+  std::memset(coefficients.get(), 0, block_count * 64 * sizeof(int16_t));
+
+  BitReader reader;
+  reader.cursor = data;
+  reader.end = data + (length > 0 ? length : 0);
+  reader.Clear();
+  DecodeScans(state, layer, coefficients.get(), reader);
+
+  layer.AllocatePixels();
+  std::unique_ptr<float[]> samples(AllocateArray<float>(row_blocks * 64));
+  const QuantTable* block_tables[kMaxBlocksPerMcu] = {};
+  for (int slot = 0; slot < 4; ++slot) {
+    if (layout.first[slot] >= 0) {
+      for (int32_t i = 0; i < layout.h[slot] * layout.v[slot]; ++i) {
+        block_tables[layout.first[slot] + i] = state.components[slot]->quant_table;
+      }
+    }
+  }
+  for (int64_t r = 0; r < state.mcus_down; ++r) {
+    const int16_t* block = coefficients.get() + r * static_cast<int64_t>(row_blocks) * 64;
+    float* sample = samples.get();
+    for (int64_t m = 0; m < state.mcus_across; ++m) {
+      for (int32_t b = 0; b < layout.blocks_per_mcu; ++b) {
+        InverseDCT(block, sample, *block_tables[b]);
+        block += 64;
+        sample += 64;
+      }
+    }
+    ConvertMcuRow(state, layer, static_cast<uint32_t>(r * state.mcu_height), samples.get());
+  }
+}
+
+void DecodeScans(DecodeState& state, RawLayer& layer, int16_t* coefficients, BitReader& reader) {
+  int32_t scan_count = 0;
+  while (reader.cursor < reader.end) {
+    if (++scan_count > kMaxScans) {
+      throw RawLayerException(L"Too many scans in progressive JPEG");
+    }
+    DecodeScan(state, coefficients, reader);
+    if (reader.cursor >= reader.end) {
+      return;  // the range stops at the end-of-image marker
+    }
+    // The walk to the next SOS claims each byte once, which bounds it by the data.
+    const auto remaining = static_cast<int32_t>(reader.end - reader.cursor);
+    ByteCoverage coverage(reader.cursor, remaining);
+    const uint8_t* base = reader.cursor;
+    int64_t position = 0;
+    for (;;) {
+      // Zero bytes, and stuffed FF 00 pairs, before a marker are passed over.
+      coverage.IdentifyAt(position, 1);
+      const uint8_t prefix = base[position++];
+      if (prefix == 0) {
+        continue;
+      }
+      if (prefix != 0xFF) {
+        throw RawLayerException(L"Missing marker prefix");
+      }
+      coverage.IdentifyAt(position, 1);
+      const uint8_t code = base[position++];
+      if (code == 0) {
+        continue;
+      }
+      // The length is claimed before the code is judged, also for a segment to be refused.
+      coverage.IdentifyAt(position, 2);
+      const int32_t length = ReadBig16(base + position) - 2;
+      position += 2;
+      const uint8_t* payload = base + position;  // inside the data: its length was claimed
+      if (code == 0xC4) {
+        DHTMarker marker(code, length, payload);
+        marker.Parse(coverage);
+        marker.Apply(state, layer, false);  // replaces tables for the scans to come
+      } else if (code == 0xDD) {
+        if (length != 2) {
+          throw RawLayerException(L"DRI header is wrong size");
+        }
+        coverage.IdentifyAt(position, 2);
+        state.restart_interval = ReadBig16(payload);
+      } else if (code == 0xDA) {
+        SOSMarker marker(code, length, payload);
+        marker.Parse(coverage);
+        marker.Apply(state, layer, false);
+      } else {
+        throw RawLayerException(L"Unexpected JPEG marker between scans");
+      }
+      position += length;
+      if (code == 0xDA) {
+        break;
+      }
+    }
+    reader.Clear();
+    // A length that reaches past the data leaves the next scan nothing to read.
+    reader.cursor = position < remaining ? base + position : reader.end;
+  }
+}
+
+void DecodeScan(DecodeState& state, int16_t* coefficients, BitReader& reader) {
+  // A component that the frame lacks has no blocks in the store: refuse the scan rather than
+  // guess where its data belongs.
+  for (ComponentInfo* c : state.components) {
+    if (c == nullptr) {
+      continue;
+    }
+    if (c->in_scan && c->quant_table == nullptr) {
+      throw RawLayerException(L"Scan component is not part of the frame");
+    }
+    c->dc_table = c->dc_index >= 0 && c->dc_index <= 3 ? state.dc_tables[c->dc_index] : nullptr;
+    c->ac_table = c->ac_index >= 0 && c->ac_index <= 3 ? state.ac_tables[c->ac_index] : nullptr;
+  }
+  const BlockLayout layout = PlannedLayout(state);
+  const ScanBand band = BandOf(state);
+  switch (KindOf(band)) {
+    case BlockKind::kDcFirst:
+      Walk<BlockKind::kDcFirst>(state, layout, band, coefficients, reader);
+      break;
+    case BlockKind::kDcRefine:
+      Walk<BlockKind::kDcRefine>(state, layout, band, coefficients, reader);
+      break;
+    case BlockKind::kAcFirst:
+      Walk<BlockKind::kAcFirst>(state, layout, band, coefficients, reader);
+      break;
+    case BlockKind::kAcRefine:
+      Walk<BlockKind::kAcRefine>(state, layout, band, coefficients, reader);
+      break;
+    case BlockKind::kMixed:
+      Walk<BlockKind::kMixed>(state, layout, band, coefficients, reader);
+      break;
+  }
+}
+
+void DecodeProgressiveBlock(const DecodeState& state, int16_t* block, BitReader& reader,
+                            const ComponentInfo& component, int32_t& dc_predictor,
+                            uint32_t& eob_run) {
+  DecodeBlock(BandOf(state), block, reader, component, dc_predictor, eob_run);
+}
+
+}  // namespace corvi
