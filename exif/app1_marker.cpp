@@ -23,9 +23,11 @@ constexpr int32_t kXmpSignatureLength = 29;
 static_assert(sizeof kXmpSignature == kXmpSignatureLength);
 
 // A thumbnail's scan may meet an APP1 with a thumbnail of its own, and so on. Each level costs a
-// few stack frames, and a crafted file can nest its thumbnails as deep as its bytes allow. Past
-// this depth a thumbnail is dropped as one whose scan failed; camera files have one level.
-constexpr int32_t kMaxThumbnailDepth = 32;
+// few stack frames, and a crafted file can nest its thumbnails as deep as its bytes allow. A chain
+// whose every level scans well keeps each inner thumbnail inside unclaimed bytes of the segment
+// above it, so it cannot nest much beyond 65535 / 48 levels; the bound lies above that and is met
+// only by chains that fail anyway. Past it a thumbnail is dropped as one whose scan failed.
+constexpr int32_t kMaxThumbnailDepth = 2000;
 int32_t thumbnail_depth = 0;  // thumbnails being scanned right now; there is one thread
 
 // Pops the limit pushed for a thumbnail on every way out.

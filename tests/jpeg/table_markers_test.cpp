@@ -1,4 +1,5 @@
-// Tests of the claims and dumps of the DQT, DHT, SOF, SOS and DRI segments.
+// Tests of the claims and dumps of the DQT, DHT, SOF, SOS and DRI segments, and of every segment
+// class at the very end of the data.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -11,168 +12,94 @@
 #include "jpeg/jpeg_reader.h"
 #include "jpeg/markers.h"
 #include "platform/format.h"
-#include "tests/support/jpeg_builder.h"
+#include "tests/support/segment_cases.h"
 
 namespace corvi {
 namespace {
 
 using test::Bytes;
+using test::Concat;
+using test::Hex;
 using test::JpegBuilder;
+using test::OneSegment;
+using test::Text;
 
-// SOI, one segment, EOI: the segment's 0xFF is at offset 2 and its payload at offset 6.
-Bytes OneSegment(uint8_t code, const Bytes& payload) {
-  return JpegBuilder().Soi().Segment(code, payload).Eoi().bytes();
-}
+constexpr const wchar_t* kBadOffset = L"Invalid offset or corrupt data";
 
-Bytes Filled(size_t size, uint8_t value) {
-  return Bytes(size, value);
+// `size` bytes of `fill` behind the head byte.
+Bytes Table(uint8_t head, size_t size, uint8_t fill = 1) {
+  Bytes table(size, fill);
+  table[0] = head;
+  return table;
 }
 
 // 17 bytes of a DHT table head: Tc|Th and the 16 counts.
 Bytes DhtHead(uint8_t head, std::vector<uint8_t> counts) {
   counts.resize(16, 0);
-  Bytes table{head};
-  table.insert(table.end(), counts.begin(), counts.end());
-  return table;
-}
-
-Bytes Concat(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) {
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
-}
-
-struct ScanCase {
-  const char* name;
-  Bytes stream;
-  std::wstring error;  // empty: the scan succeeds
-  uint32_t left;       // bytes left unclaimed, checked when the scan succeeds
-  std::string dump;    // the whole dump, checked when the scan succeeds
-};
-
-void ExpectScan(const ScanCase& c) {
-  SCOPED_TRACE(c.name);
-  test::ScanResult result = test::ScanBytes(c.stream);
-  EXPECT_EQ(result.error, c.error);
-  if (c.error.empty() && result.error.empty()) {
-    EXPECT_EQ(result.coverage->LeftCount(), c.left);
-    EXPECT_EQ(test::DumpText(result, c.stream), c.dump);
-  }
-}
-
-std::vector<ScanCase> DqtCases() {
-  Bytes two_tables = Concat({Filled(65, 2), Filled(65, 3)});
-  two_tables[0] = 0x01;
-  two_tables[65] = 0x0F;
-  Bytes sixteen = Filled(129, 0);
-  sixteen[0] = 0x13;
-  Bytes wide = Filled(65, 1);
-  wide[0] = 0x20;  // only bit 0x10 decides the precision
-  Bytes sixteen_then_head = Filled(130, 0);
-  sixteen_then_head[0] = 0x10;  // 129 bytes, then a head byte whose table runs past the segment
-  return {
-      {"empty", JpegBuilder().Soi().SegmentWithLength(0xDB, 2, {}).Eoi().bytes(), L"", 0,
-       "  Marker DQT (bytes 2 - 5)\n"},
-      {"one 8-bit table", JpegBuilder().Soi().Dqt(0).Eoi().bytes(), L"", 0,
-       "  Marker DQT (bytes 2 - 70)\n"
-       "    Table 0 precision 8\n"},
-      {"two 8-bit tables", OneSegment(0xDB, two_tables), L"", 0,
-       "  Marker DQT (bytes 2 - 135)\n"
-       "    Table 1 precision 8\n"
-       "    Table 15 precision 8\n"},
-      {"16-bit table", OneSegment(0xDB, sixteen), L"", 0,
-       "  Marker DQT (bytes 2 - 134)\n"
-       "    Table 3 precision 16\n"},
-      {"head byte 0x20 is 8-bit", OneSegment(0xDB, wide), L"", 0,
-       "  Marker DQT (bytes 2 - 70)\n"
-       "    Table 0 precision 8\n"},
-      // Claimed out of the COM behind it; the walk then lands on claimed bytes.
-      {"last table runs past the segment",
-       JpegBuilder()
-           .Soi()
-           .Segment(0xDB, sixteen_then_head)
-           .Segment(0xFE, Filled(80, 'x'))
-           .Eoi()
-           .bytes(),
-       L"Invalid offset or corrupt data", 0, ""},
-      {"table shorter than 64 entries", OneSegment(0xDB, Filled(40, 0)),
-       L"Invalid offset or corrupt data", 0, ""},
-  };
+  return Concat({{head}, counts});
 }
 
 TEST(DQTMarker, ClaimsAndDumpsTables) {
-  for (const ScanCase& c : DqtCases()) {
-    ExpectScan(c);
-  }
-}
-
-std::vector<ScanCase> DhtCases() {
-  return {
-      {"empty", JpegBuilder().Soi().SegmentWithLength(0xC4, 2, {}).Eoi().bytes(), L"", 0,
-       "  Marker DHT (bytes 2 - 5)\n"},
-      {"all counts zero claims 17 bytes", OneSegment(0xC4, DhtHead(0x13, {})), L"", 0,
-       "  Marker DHT (bytes 2 - 22)\n"
-       "    Table 3 (AC table)\n"},
-      {"head 0x21 is DC table 1", OneSegment(0xC4, Concat({DhtHead(0x21, {0, 2}), {4, 5}})), L"", 0,
-       "  Marker DHT (bytes 2 - 24)\n"
-       "    Table 1 (DC table)\n"},
-      {"two tables, index 15",
-       OneSegment(0xC4, Concat({DhtHead(0x00, {1}), {0}, DhtHead(0x1F, {0, 0, 3}), {1, 2, 3}})),
-       L"", 0,
-       "  Marker DHT (bytes 2 - 43)\n"
-       "    Table 0 (DC table)\n"
-       "    Table 15 (AC table)\n"},
-      {"symbols missing", OneSegment(0xC4, Concat({DhtHead(0x00, {0, 3}), {1, 2}})),
-       L"Invalid offset or corrupt data", 0, ""},
-      {"counts cut off", OneSegment(0xC4, {0x00, 1, 0, 0}), L"Invalid offset or corrupt data", 0,
-       ""},
-  };
+  test::ExpectScans({
+      {"empty", JpegBuilder().Soi().SegmentWithLength(0xDB, 2, {}).Eoi().bytes(), L"", 0,
+       "  Marker DQT (bytes 2 - 5)\n"},
+      {"two 8-bit tables", OneSegment(0xDB, Concat({Table(0x01, 65), Table(0x0F, 65)})), L"", 0,
+       "  Marker DQT (bytes 2 - 135)\n    Table 1 precision 8\n    Table 15 precision 8\n"},
+      {"16-bit table", OneSegment(0xDB, Table(0x13, 129)), L"", 0,
+       "  Marker DQT (bytes 2 - 134)\n    Table 3 precision 16\n"},
+      {"only bit 0x10 decides the precision", OneSegment(0xDB, Table(0x20, 65)), L"", 0,
+       "  Marker DQT (bytes 2 - 70)\n    Table 0 precision 8\n"},
+      // 129 bytes, then a head byte whose table is claimed out of the COM behind it; the walk
+      // then lands on claimed bytes.
+      {"last table runs past the segment",
+       Concat({Hex("FF D8 FF DB 00 84"), Table(0x10, 130, 0), Hex("FF FE 00 52"), Bytes(80, 'x'),
+               Hex("FF D9")}),
+       kBadOffset, 0, ""},
+      {"table shorter than 64 entries", OneSegment(0xDB, Bytes(40, 0)), kBadOffset, 0, ""},
+  });
 }
 
 TEST(DHTMarker, ClaimsAndDumpsTables) {
-  for (const ScanCase& c : DhtCases()) {
-    ExpectScan(c);
-  }
+  test::ExpectScans({
+      {"empty", JpegBuilder().Soi().SegmentWithLength(0xC4, 2, {}).Eoi().bytes(), L"", 0,
+       "  Marker DHT (bytes 2 - 5)\n"},
+      {"all counts zero claims 17 bytes", OneSegment(0xC4, DhtHead(0x13, {})), L"", 0,
+       "  Marker DHT (bytes 2 - 22)\n    Table 3 (AC table)\n"},
+      {"head 0x21 is DC table 1", OneSegment(0xC4, Concat({DhtHead(0x21, {0, 2}), {4, 5}})), L"", 0,
+       "  Marker DHT (bytes 2 - 24)\n    Table 1 (DC table)\n"},
+      {"two tables, index 15",
+       OneSegment(0xC4, Concat({DhtHead(0x00, {1}), {0}, DhtHead(0x1F, {0, 0, 3}), {1, 2, 3}})),
+       L"", 0, "  Marker DHT (bytes 2 - 43)\n    Table 0 (DC table)\n    Table 15 (AC table)\n"},
+      {"symbols missing", OneSegment(0xC4, Concat({DhtHead(0x00, {0, 3}), {1, 2}})), kBadOffset, 0,
+       ""},
+      {"counts cut off", OneSegment(0xC4, {0x00, 1, 0, 0}), kBadOffset, 0, ""},
+  });
 }
 
 TEST(DHTMarker, DumpOfHandBuiltMarkerStopsAtItsLength) {
-  // 20 bytes: a table whose symbols would lie behind the payload, then nothing to read.
-  Bytes payload =
-      Concat({DhtHead(0x10, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 255}), {1, 2, 3}});
-  // Four bytes in front stand for the prefix, code and stored length.
-  auto data = std::make_unique<uint8_t[]>(payload.size() + 4);
-  std::memcpy(data.get() + 4, payload.data(), payload.size());
-  DHTMarker marker(0xC4, 20, data.get() + 4);
+  // 20 bytes behind 4 that stand for the prefix, code and stored length: a table whose 255
+  // symbols would lie behind the payload, then a head byte 3 bytes before the end.
+  Bytes bytes = Concat({{0xFF, 0xC4, 0, 22}, DhtHead(0x10, {}), {1, 2, 3}});
+  bytes[4 + 16] = 255;
+  DHTMarker marker(0xC4, 20, bytes.data() + 4);
   OutStream stream;
-  marker.Dump(data.get(), 0, stream);
-  EXPECT_EQ(stream.Text(),
-            "Marker DHT (bytes 0 - 23)\n"
-            "  Table 0 (AC table)\n");
-  // A head byte 3 bytes before the end: its counts are not read.
-  DHTMarker short_marker(0xC4, 3, data.get() + 21);
+  marker.Dump(bytes.data(), 0, stream);
+  EXPECT_EQ(stream.Text(), "Marker DHT (bytes 0 - 23)\n  Table 0 (AC table)\n");
+  DHTMarker short_marker(0xC4, 3, bytes.data() + 21);  // its counts are not read
   OutStream short_stream;
-  short_marker.Dump(data.get(), 1, short_stream);
-  EXPECT_EQ(short_stream.Text(),
-            "  Marker DHT (bytes 17 - 23)\n"
-            "    Table 1 (DC table)\n");
+  short_marker.Dump(bytes.data(), 1, short_stream);
+  EXPECT_EQ(short_stream.Text(), "  Marker DHT (bytes 17 - 23)\n    Table 1 (DC table)\n");
 }
 
-std::vector<ScanCase> SofCases() {
-  return {
+TEST(SOFMarker, ClaimsAndDumpsFrameHeader) {
+  test::ExpectScans({
       {"baseline, one component",
        JpegBuilder().Soi().Sof(0xC0, 8, 0x1234, 0x0567, {{1, 0x21, 0}}).Eoi().bytes(), L"", 0,
        "  Marker SOF0 \"Baseline DCT Huffman\" (bytes 2 - 14)\n"
        "    Precision 8, width 4660, height 1383\n"
        "     Component 1: horiz sampling 2, vert sampling 1, quant table 0\n"},
       {"progressive, three components",
-       JpegBuilder()
-           .Soi()
-           .Sof(0xC2, 12, 16, 8, {{1, 0x22, 0}, {2, 0x11, 1}, {3, 0xF4, 15}})
-           .Eoi()
-           .bytes(),
-       L"", 0,
+       Hex("FF D8 FF C2 00 11 0C 00 08 00 10 03 01 22 00 02 11 01 03 F4 0F FF D9"), L"", 0,
        "  Marker SOF2 \"Progressive DCT Huffman\" (bytes 2 - 20)\n"
        "    Precision 12, width 16, height 8\n"
        "     Component 1: horiz sampling 2, vert sampling 2, quant table 0\n"
@@ -187,24 +114,14 @@ std::vector<ScanCase> SofCases() {
        "  Marker SOF9 \"Extended sequential DCT arithmetic\" (bytes 2 - 16)\n"
        "    Precision 8, width 1, height 1\n"
        "     Component 1: horiz sampling 1, vert sampling 1, quant table 0\n"},
-      {"components past the segment", OneSegment(0xC0, {8, 0, 1, 0, 1, 2, 1, 0x11, 0}),
-       L"Invalid offset or corrupt data", 0, ""},
-      {"header cut short", OneSegment(0xC1, {8, 0, 1}), L"Invalid offset or corrupt data", 0, ""},
-  };
-}
-
-TEST(SOFMarker, ClaimsAndDumpsFrameHeader) {
-  for (const ScanCase& c : SofCases()) {
-    ExpectScan(c);
-  }
+      {"components past the segment", OneSegment(0xC0, {8, 0, 1, 0, 1, 2, 1, 0x11, 0}), kBadOffset,
+       0, ""},
+      {"header cut short", OneSegment(0xC1, {8, 0, 1}), kBadOffset, 0, ""},
+  });
 }
 
 TEST(SOFMarker, NamesEveryFrameKind) {
-  struct Kind {
-    uint8_t code;
-    const char* head;
-  };
-  const Kind kinds[] = {
+  const std::pair<uint8_t, const char*> kinds[] = {
       {0xC1, "SOF1 \"Extended sequential DCT Huffman\""},
       {0xC3, "SOF3 \"Lossless (sequential) Huffman\""},
       {0xC5, "SOF5 \"Differential sequential DCT Huffman\""},
@@ -215,27 +132,20 @@ TEST(SOFMarker, NamesEveryFrameKind) {
       {0xCD, "SOF13 \"Differential sequential DCT arithmetic\""},
       {0xCE, "SOF14 \"Differential progressive DCT arithmetic\""},
   };
-  for (const Kind& k : kinds) {
-    SCOPED_TRACE(k.head);
-    Bytes stream = JpegBuilder().Soi().Sof(k.code, 8, 1, 1, {}).Eoi().bytes();
+  for (const auto& [code, head] : kinds) {
+    SCOPED_TRACE(head);
+    Bytes stream = JpegBuilder().Soi().Sof(code, 8, 1, 1, {}).Eoi().bytes();
     test::ScanResult result = test::ScanBytes(stream);
     ASSERT_EQ(result.error, L"");
-    std::string dump = test::DumpText(result, stream);
-    EXPECT_EQ(dump.substr(0, dump.find('\n')),
-              std::string("  Marker ") + k.head + " (bytes 2 - 11)");
+    EXPECT_EQ(
+        test::DumpText(result, stream),
+        std::string("  Marker ") + head + " (bytes 2 - 11)\n    Precision 8, width 1, height 1\n");
   }
 }
 
-std::vector<ScanCase> SosCases() {
-  return {
-      {"two components",
-       JpegBuilder()
-           .Soi()
-           .Sos({{1, 0x01}, {2, 0x12}}, 0, 63, 0x21)
-           .Entropy({0x12, 0x34})
-           .Eoi()
-           .bytes(),
-       L"", 0,
+TEST(SOSMarker, ClaimsAndDumpsScanHeader) {
+  test::ExpectScans({
+      {"two components", Hex("FF D8 FF DA 00 0A 02 01 01 02 12 00 3F 21 12 34 FF D9"), L"", 0,
        "  Marker SOS (bytes 2 - 13)\n"
        "    Component 1: DC Table 0, AC table 1\n"
        "    Component 2: DC Table 1, AC table 2\n"
@@ -243,63 +153,45 @@ std::vector<ScanCase> SosCases() {
        "  Compressed data length 2\n"},
       {"no components claims 4 bytes", JpegBuilder().Soi().Sos({}, 1, 5, 0x0D).Eoi().bytes(), L"",
        0,
-       "  Marker SOS (bytes 2 - 9)\n"
-       "    Spectral selection 1 to 5, bit position high 0/low 13\n"},
+       "  Marker SOS (bytes 2 - 9)\n    Spectral selection 1 to 5, bit position high 0/low 13\n"},
       {"surplus stays unclaimed", OneSegment(0xDA, {1, 1, 0x00, 0, 63, 0, 0xAA, 0xBB}), L"", 2,
-       "  Marker SOS (bytes 2 - 13)\n"
-       "    Component 1: DC Table 0, AC table 0\n"
+       "  Marker SOS (bytes 2 - 13)\n    Component 1: DC Table 0, AC table 0\n"
        "    Spectral selection 0 to 63, bit position high 0/low 0\n"},
-      {"components past the segment",
-       JpegBuilder().Soi().Segment(0xDA, {3, 1, 0, 0, 63, 0}).Entropy({1, 2, 3, 4}).Eoi().bytes(),
-       L"Invalid offset or corrupt data", 0, ""},
-  };
-}
-
-TEST(SOSMarker, ClaimsAndDumpsScanHeader) {
-  for (const ScanCase& c : SosCases()) {
-    ExpectScan(c);
-  }
-}
-
-std::vector<ScanCase> DriCases() {
-  return {
-      {"two bytes", JpegBuilder().Soi().Dri(300).Eoi().bytes(), L"", 0,
-       "  Marker DRI (bytes 2 - 7)\n"
-       "    Restart interval: 300\n"},
-      {"four bytes", OneSegment(0xDD, {0, 1, 0, 1}), L"DRI header is wrong size", 0, ""},
-      {"one byte", OneSegment(0xDD, {1}), L"DRI header is wrong size", 0, ""},
-      {"empty", OneSegment(0xDD, {}), L"DRI header is wrong size", 0, ""},
-  };
+      {"components past the segment", Hex("FF D8 FF DA 00 08 03 01 00 00 3F 00 01 02 03 04 FF D9"),
+       kBadOffset, 0, ""},
+  });
 }
 
 TEST(DRIMarker, AcceptsOnlyTwoBytes) {
-  for (const ScanCase& c : DriCases()) {
-    ExpectScan(c);
-  }
+  test::ExpectScans({
+      {"two bytes", JpegBuilder().Soi().Dri(300).Eoi().bytes(), L"", 0,
+       "  Marker DRI (bytes 2 - 7)\n    Restart interval: 300\n"},
+      {"four bytes", OneSegment(0xDD, {0, 1, 0, 1}), L"DRI header is wrong size", 0, ""},
+      {"one byte", OneSegment(0xDD, {1}), L"DRI header is wrong size", 0, ""},
+      {"empty", OneSegment(0xDD, {}), L"DRI header is wrong size", 0, ""},
+  });
 }
 
-TEST(DRIMarker, WrongSizeFailsAnOtherwiseSoundFile) {
-  Bytes stream = test::TinyGrayJpeg();
-  Bytes dri = JpegBuilder().Segment(0xDD, {0, 1, 0, 1}).bytes();
-  stream.insert(stream.begin() + 2, dri.begin(), dri.end());
-  EXPECT_EQ(test::ScanBytes(stream).error, L"DRI header is wrong size");
-}
-
-// A segment at the very end of the data whose stored length promises 59998 bytes: each class
-// fails on the end of the data without reading past it. The buffer is sized exactly, so the
-// address sanitizer sees any read behind it.
-TEST(TableMarkers, SegmentAtEndOfDataDoesNotReadPastIt) {
-  for (uint8_t code : {0xDB, 0xC4, 0xC0, 0xDA, 0xDD}) {
-    SCOPED_TRACE(static_cast<int>(code));
+// A segment at the very end of the data whose stored length promises 59998 bytes: the first bytes
+// of a header are there, the rest is not. The buffer is sized exactly, so the address sanitizer
+// sees any read behind it.
+TEST(SegmentClasses, SegmentAtEndOfDataDoesNotReadPastIt) {
+  const std::pair<uint8_t, Bytes> cases[] = {
+      {0xE0, Text("JFIF")}, {0xE0, Concat({Text("JFXX"), {0, 1}})},
+      {0xEE, Text("Adob")}, {0xEE, Text("Adobe")},
+      {0xE2, Text("ICC_")}, {0xEC, Text("Duck")},
+      {0xED, Text("Phot")}, {0xFE, Text("Hi")},
+      {0xDB, {0x10}},       {0xC4, {0x10}},
+      {0xC0, {0x10}},       {0xDA, {0x10}},
+      {0xDD, {0x10}},
+  };
+  for (const auto& [code, tail] : cases) {
+    SCOPED_TRACE(testing::Message() << static_cast<int>(code) << "/" << tail.size());
     // The COM swallows the last FF D9, so the walk goes on behind it.
-    Bytes stream = JpegBuilder()
-                       .Soi()
-                       .Segment(0xFE, {0xFF, 0xD9})
-                       .SegmentWithLength(code, 60000, {0x10})
-                       .bytes();
+    Bytes stream = Concat({Hex("FF D8 FF FE 00 04 FF D9 FF"), {code}, Hex("EA 60"), tail});
+    const auto size = static_cast<int32_t>(stream.size());
     auto data = std::make_unique<uint8_t[]>(stream.size());
     std::memcpy(data.get(), stream.data(), stream.size());
-    const auto size = static_cast<int32_t>(stream.size());
     ByteCoverage coverage(data.get(), size);
     MarkerList markers;
     std::wstring error;
@@ -308,8 +200,9 @@ TEST(TableMarkers, SegmentAtEndOfDataDoesNotReadPastIt) {
     } catch (const RawLayerException& e) {
       error = e.message;
     }
-    EXPECT_EQ(error,
-              code == 0xDD ? L"DRI header is wrong size" : L"Invalid offset or corrupt data");
+    EXPECT_EQ(error, code == 0xDD       ? L"DRI header is wrong size"
+                     : tail.size() == 6 ? L"Unknown APP0 signature"
+                                        : kBadOffset);
   }
 }
 
