@@ -35,28 +35,6 @@ int32_t AddPage(HuffmanTable& table) {
   return page;
 }
 
-// Takes bytes into the accumulator until it holds more than 24 bits. Stops before a marker (0xFF
-// followed by anything but 0), before a lone 0xFF at the end and at the end; drops stuffed zeros.
-inline void Refill(const uint8_t*& cursor, const uint8_t* end, uint32_t& bits,
-                   uint32_t& bit_count) {
-  while (bit_count <= 24) {
-    if (cursor == end) {
-      return;
-    }
-    uint32_t b = *cursor;
-    if (b == 0xFF) {
-      if (end - cursor < 2 || cursor[1] != 0) {
-        return;
-      }
-      cursor += 2;
-    } else {
-      cursor += 1;
-    }
-    bits |= b << (24 - bit_count);
-    bit_count += 8;
-  }
-}
-
 }  // namespace
 
 HuffmanTable::~HuffmanTable() {
@@ -160,7 +138,7 @@ uint32_t DecodeSymbolSlow(BitReader& reader, const HuffmanTable& table) {
     // Short of bits: refill from the reader's cursor. At the end of the data or at a marker the
     // symbol reads as 0 and the reader's bits stay as they were at the call.
     const uint8_t* cursor = reader.cursor;
-    Refill(cursor, reader.end, bits, bit_count);
+    RefillBits(cursor, reader.end, bits, bit_count);
     if (bit_count < 8) {
       return 0;
     }
@@ -177,7 +155,7 @@ uint32_t ReceiveBitsSlow(BitReader& reader, uint32_t n) {
   if (bit_count < n) {
     // A damaged DC symbol can ask for up to 255 bits; more than are held reads 0, consuming none.
     const uint8_t* cursor = reader.cursor;
-    Refill(cursor, reader.end, bits, bit_count);
+    RefillBits(cursor, reader.end, bits, bit_count);
     if (bit_count < n) {
       return 0;
     }

@@ -32,6 +32,30 @@ struct BitReader {
   }
 };
 
+// Takes bytes into the accumulator until it holds more than 24 bits. Stops before a marker (0xFF
+// followed by anything but 0), before a lone 0xFF at the end and at the end; drops stuffed zeros.
+// Taking bytes early changes nothing a decode sees: the bits are the same, and the cursor never
+// passes a marker.
+inline void RefillBits(const uint8_t*& cursor, const uint8_t* end, uint32_t& bits,
+                       uint32_t& bit_count) {
+  while (bit_count <= 24) {
+    if (cursor == end) {
+      return;
+    }
+    uint32_t b = *cursor;
+    if (b == 0xFF) {
+      if (end - cursor < 2 || cursor[1] != 0) {
+        return;
+      }
+      cursor += 2;
+    } else {
+      cursor += 1;
+    }
+    bits |= b << (24 - bit_count);
+    bit_count += 8;
+  }
+}
+
 // Builds `table` from the DHT payload at `position` (on the 16 counts); moves `position` past the
 // counts and symbols. Throws "Invalid Huffman code table".
 void BuildHuffmanTable(HuffmanTable& table, const uint8_t* payload, int32_t& position);
@@ -76,7 +100,12 @@ inline int32_t Extend(uint32_t value, uint32_t size) {
   if (size == 0) {
     return 0;
   }
+  // Sizes of 32 and more come only from damaged DC symbols; the result is the formula's, taken
+  // modulo 2^32: value + 1 below the threshold, which every value is for sizes above 32.
   if (size >= 32) {
+    if (size > 32 || value < 0x80000000u) {
+      return static_cast<int32_t>(value + 1);
+    }
     return static_cast<int32_t>(value);
   }
   if (value < (uint32_t{1} << (size - 1))) {

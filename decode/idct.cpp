@@ -171,6 +171,27 @@ void ScaleQuantTable(QuantTable& table) {
 void InverseDCT(const int16_t* coefficients, float* samples, const QuantTable& table) {
   const float* q = table.values;
 #if defined(__SSE2__)
+  // A block with only a DC coefficient: the column pass gives m = DC × q[0] in column 0 and +0
+  // elsewhere (a zero coefficient times a table value, which is never negative), and each output
+  // of the row pass is m with zeros added or subtracted, which is m again. Not so for m = -0 (a
+  // negative DC times a zero table value), where some sums turn it into +0: that takes the long way.
+  if (q[0] != 0.0f) {
+    const __m128i* rows = reinterpret_cast<const __m128i*>(coefficients);
+    const __m128i not_dc = _mm_set_epi16(-1, -1, -1, -1, -1, -1, -1, 0);
+    __m128i any = _mm_and_si128(_mm_loadu_si128(rows), not_dc);
+#pragma GCC unroll 8
+    for (int k = 1; k < 8; ++k) {
+      any = _mm_or_si128(any, _mm_loadu_si128(rows + k));
+    }
+    if (_mm_movemask_epi8(_mm_cmpeq_epi8(any, _mm_setzero_si128())) == 0xFFFF) {
+      const __m128 m = _mm_set1_ps(static_cast<float>(coefficients[0]) * q[0]);
+#pragma GCC unroll 16
+      for (int i = 0; i < 16; ++i) {
+        _mm_storeu_ps(samples + 4 * i, m);
+      }
+      return;
+    }
+  }
   // Columns first, four at a time: left[k] and right[k] hold row k of the workspace.
   __m128 left[8];
   __m128 right[8];

@@ -12,6 +12,7 @@
 #include "decode/huffman.h"
 #include "decode/idct.h"
 #include "decode/sequential.h"
+#include "platform/system_info.h"
 #include "jpeg/markers.h"
 
 namespace corvi {
@@ -492,6 +493,7 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
                   uint64_t{layer.width} * layer.height * 4 * sizeof(uint16_t) +
                   row_blocks * 64 * sizeof(float));
   std::unique_ptr<int16_t[]> coefficients(AllocateArray<int16_t>(block_count * 64));
+  AdviseHugePages(coefficients.get(), block_count * 64 * sizeof(int16_t));
   std::memset(coefficients.get(), 0, block_count * 64 * sizeof(int16_t));
 
   BitReader reader;

@@ -30,6 +30,141 @@ void BindTables(const DecodeState& state, ComponentInfo& c) {
   c.ac_table = state.ac_tables[c.ac_index];
 }
 
+// Bits looked at by one access to an AcLookup.
+constexpr uint32_t kLookaheadBits = 10;
+constexpr uint32_t kLookaheadEntries = uint32_t{1} << kLookaheadBits;
+
+// One entry of the combined AC lookup: a code of at most 8 bits together with its extra bits, so
+// that one table access yields the run and the extended value. `total` 0 means: decode this
+// symbol the long way (longer codes, codes whose extra bits do not fit, ZRL).
+struct AcEntry {
+  int16_t value;        // the coefficient, as the long way stores it
+  uint8_t code_length;  // bits of the code alone
+  uint8_t total;        // bits of the code and its extra bits; 0 for no entry
+  uint8_t run;          // zeros before the coefficient
+  uint8_t end;          // 1 for a symbol that ends the block (size 0, not ZRL)
+};
+
+// Fills `lookup` from the complete codes of page 0 of `table`: the top 8 of the looked-at bits
+// find the code exactly as DecodeSymbol does, the bits behind it are the extra bits.
+void BuildAcLookup(const HuffmanTable& table, AcEntry* lookup) {
+  for (uint32_t p = 0; p < kLookaheadEntries; ++p) {
+    AcEntry e = {0, 0, 0, 0, 0};
+    const uint32_t entry = table.pages[p >> (kLookaheadBits - 8)];
+    const uint32_t n = entry >> 8;
+    if (n >= 1 && n <= 8) {
+      const uint32_t run = (entry >> 4) & 15;
+      const uint32_t size = entry & 15;
+      if (size == 0) {
+        if (run != 15) {
+          e = {0, static_cast<uint8_t>(n), static_cast<uint8_t>(n), 0, 1};
+        }
+      } else if (n + size <= kLookaheadBits) {
+        const uint32_t extra = (p >> (kLookaheadBits - n - size)) & ((uint32_t{1} << size) - 1);
+        const int32_t value = Extend(extra, size);
+        e = {static_cast<int16_t>(static_cast<uint16_t>(value)), static_cast<uint8_t>(n),
+             static_cast<uint8_t>(n + size), static_cast<uint8_t>(run), 0};
+      }
+    }
+    lookup[p] = e;
+  }
+}
+
+// DecodeSequentialMcu with the AC lookups of the four component slots; the reader lives in
+// locals and goes back into a BitReader only around the long way. The reader is refilled ahead
+// of need, which gives the same bits (RefillBits); whatever the lookup cannot settle with the
+// bits held is decoded by DecodeSymbol and ReceiveBits exactly as DecodeSequentialMcu does.
+int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader,
+                       int32_t* dc_predictors, const AcEntry* const* lookups) {
+  BitReader slow = reader;
+  const uint8_t* cursor = reader.cursor;
+  const uint8_t* const end = reader.end;
+  uint32_t bits = reader.bits;
+  uint32_t bit_count = reader.bit_count;
+  for (int32_t slot = 0; slot < 4; ++slot) {
+    const ComponentInfo* c = state.components[slot];
+    if (c == nullptr || c->h * c->v <= 0) {
+      continue;
+    }
+    const HuffmanTable& dc_table = *c->dc_table;
+    const HuffmanTable& ac_table = *c->ac_table;
+    const AcEntry* lookup = lookups[slot];
+    for (int32_t b = c->h * c->v; b > 0; --b) {
+      std::memset(out, 0, 64 * sizeof(int16_t));
+
+      // DC difference, the long way (see DecodeSequentialMcu).
+      RefillBits(cursor, end, bits, bit_count);
+      slow.cursor = cursor;
+      slow.bits = bits;
+      slow.bit_count = bit_count;
+      const uint32_t s = DecodeSymbol(slow, dc_table);
+      const int32_t diff = s != 0 ? Extend(ReceiveBits(slow, s), s) : 0;
+      cursor = slow.cursor;
+      bits = slow.bits;
+      bit_count = slow.bit_count;
+      const uint32_t predictor =
+          static_cast<uint32_t>(dc_predictors[slot]) + static_cast<uint32_t>(diff);
+      dc_predictors[slot] = static_cast<int32_t>(predictor);
+      out[0] = static_cast<int16_t>(static_cast<uint16_t>(predictor));
+
+      uint32_t k = 1;
+      while (k < 64) {
+        RefillBits(cursor, end, bits, bit_count);
+        const AcEntry e = lookup[bits >> (32 - kLookaheadBits)];
+        if (e.total != 0 && e.total <= bit_count) {
+          if (e.end != 0) {
+            bits <<= e.code_length;
+            bit_count -= e.code_length;
+            break;
+          }
+          k += e.run;
+          bits <<= e.total;
+          bit_count -= e.total;
+          if (k > 63) {  // no coefficient there: the value is read and dropped, the block ends
+            break;
+          }
+          out[zigzag[k]] = e.value;
+          ++k;
+          continue;
+        }
+        // The long way for one symbol.
+        slow.cursor = cursor;
+        slow.bits = bits;
+        slow.bit_count = bit_count;
+        const uint32_t rs = DecodeSymbol(slow, ac_table);
+        const uint32_t run = rs >> 4;
+        const uint32_t size = rs & 15;
+        bool done = false;
+        if (size != 0) {
+          k += run;
+          const int32_t value = Extend(ReceiveBits(slow, size), size);
+          if (k > 63) {
+            done = true;
+          } else {
+            out[zigzag[k]] = static_cast<int16_t>(static_cast<uint16_t>(value));
+            ++k;
+          }
+        } else if (run == 15) {
+          k += 16;
+        } else {
+          done = true;
+        }
+        cursor = slow.cursor;
+        bits = slow.bits;
+        bit_count = slow.bit_count;
+        if (done) {
+          break;
+        }
+      }
+      out += 64;
+    }
+  }
+  reader.cursor = cursor;
+  reader.bits = bits;
+  reader.bit_count = bit_count;
+  return out;
+}
+
 }  // namespace
 
 void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, int32_t length) {
@@ -53,6 +188,16 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
 
   std::unique_ptr<int16_t[]> coefficients(AllocateArray<int16_t>(row_values));
   std::unique_ptr<float[]> samples(AllocateArray<float>(row_values));
+  std::unique_ptr<AcEntry[]> lookup_block(new AcEntry[4 * kLookaheadEntries]);
+  const AcEntry* lookups[4] = {nullptr, nullptr, nullptr, nullptr};
+  for (int32_t slot = 0; slot < 4; ++slot) {
+    const ComponentInfo* c = state.components[slot];
+    if (c != nullptr) {
+      AcEntry* lookup = lookup_block.get() + static_cast<size_t>(slot) * kLookaheadEntries;
+      BuildAcLookup(*c->ac_table, lookup);
+      lookups[slot] = lookup;
+    }
+  }
 
   int32_t countdown = state.restart_interval != 0 ? state.restart_interval : 0x7FFFFFFF;
   uint32_t restart_number = 0;
@@ -64,7 +209,7 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
   for (int32_t r = 0; r < state.mcus_down; ++r) {
     int16_t* out = coefficients.get();
     for (int32_t m = 0; m < state.mcus_across; ++m) {
-      out = DecodeSequentialMcu(state, out, reader, dc_predictors);
+      out = DecodeMcuFast(state, out, reader, dc_predictors, lookups);
       if (--countdown == 0) {
         SeekRestartMarker(reader, restart_number);
         ++restart_number;
@@ -115,7 +260,7 @@ int16_t* DecodeSequentialMcu(DecodeState& state, int16_t* out, BitReader& reader
       out[0] = static_cast<int16_t>(static_cast<uint16_t>(predictor));
 
       // T.81 F.2.2.2: AC coefficients. Every symbol with size 0 but ZRL ends the block, and a run
-      // that would take k past 63 ends it too, before any bits of it are read: no coefficient
+      // that would take k past 63 ends it too, after its value bits are read: no coefficient
       // exists there, and nothing is written outside the block.
       uint32_t k = 1;
       while (k < 64) {
@@ -124,10 +269,10 @@ int16_t* DecodeSequentialMcu(DecodeState& state, int16_t* out, BitReader& reader
         uint32_t size = rs & 15;
         if (size != 0) {
           k += run;
+          int32_t value = Extend(ReceiveBits(local, size), size);
           if (k > 63) {
             break;
           }
-          int32_t value = Extend(ReceiveBits(local, size), size);
           out[zigzag[k]] = static_cast<int16_t>(static_cast<uint16_t>(value));
           ++k;
         } else if (run == 15) {

@@ -8,4 +8,9 @@ namespace corvi {
 // Bytes of physical memory; 0 when the platform does not tell.
 uint64_t PhysicalMemoryBytes();
 
+// Asks the system to back the 2 MB pages lying wholly inside the block with huge pages, so that a
+// large buffer written once costs a few hundred page faults instead of tens of thousands. A hint:
+// does nothing where it is not supported.
+void AdviseHugePages(void* block, uint64_t bytes);
+
 }  // namespace corvi

@@ -311,6 +311,50 @@ TEST(DQTMarker, StoresEntriesInNaturalOrder) {
   EXPECT_EQ(state.quant_tables[2]->values[8], 2.0f);  // coded second: row 1, column 0
 }
 
+// The frame's size reaches the layer before the component count is judged; a 12-bit frame is
+// refused before it; a second SOF replaces the first, Pixel Format included.
+TEST(SOFMarker, SetsTheSizeAndPixelFormatInItsOrder) {
+  const struct {
+    const char* name;
+    Bytes bytes;
+    const wchar_t* error;
+    uint32_t width, height;
+    uint32_t pixel_format;  // 0 when the property is absent
+  } cases[] = {
+      {"two components",
+       JpegBuilder().Soi().Sof(0xC0, 8, 9, 7, {{1, 0x11, 0}, {2, 0x11, 0}}).Eoi().bytes(),
+       L"Unsupported image format (number of components=2)", 9, 7, 0},
+      {"precision 12", JpegBuilder().Soi().Sof(0xC0, 12, 9, 7, {{1, 0x11, 0}}).Eoi().bytes(),
+       L"Unsupported image format (precision=12)", 0, 0, 0},
+      {"16-bit YCbCr",
+       JpegBuilder().Soi().Sof(0xC2, 16, 9, 7, kYCbCr).Sos(kScanYCbCr).Eoi().bytes(), L"", 9, 7,
+       0x10300C},
+      {"second frame wins",
+       JpegBuilder()
+           .Soi()
+           .Sof(0xC0, 8, 9, 7, kYCbCr)
+           .Sof(0xC1, 16, 5, 3, {{1, 0x11, 0}})
+           .Sos({{1, 0}})
+           .Eoi()
+           .bytes(),
+       L"", 5, 3, 0x101004},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    DecodeState state;
+    RawLayer layer;
+    EXPECT_EQ(Decode(c.bytes, true, state, layer).error, c.error);
+    EXPECT_EQ(layer.width, c.width);
+    EXPECT_EQ(layer.height, c.height);
+    const Property* format = layer.properties.Find(0xC000);
+    uint32_t value = 0;
+    if (format != nullptr) {
+      std::memcpy(&value, format->data, sizeof value);
+    }
+    EXPECT_EQ(value, c.pixel_format);
+  }
+}
+
 TEST(DHTMarker, LaterDefinitionReplacesTheEarlier) {
   Bytes bytes = JpegBuilder()
                     .Soi()

@@ -292,7 +292,7 @@ TEST(Extend, MapsMagnitudeCodesToSignedValues) {
     uint32_t value, size;
     int32_t expected;
   } cases[] = {{0, 0, 0},        {0, 1, -1},           {1, 1, 1},   {0, 11, -2047},
-               {2047, 11, 2047}, {0x7FFF, 16, -32768}, {0, 200, 0}, {5, 32, 5}};
+               {2047, 11, 2047}, {0x7FFF, 16, -32768}, {0, 200, 1}, {5, 32, 6},   {0x80000000u, 32, INT32_MIN}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.value << "/" << c.size);
     EXPECT_EQ(Extend(c.value, c.size), c.expected);

@@ -223,6 +223,77 @@ TEST(DecodeScans, DriBetweenScansRestartsTheNextScan) {
   EXPECT_EQ(run.At(1, 0), 3);  // the predictor starts over behind the restart marker
 }
 
+// The two length bytes are claimed before the code is judged, and a length below 2 walks back
+// onto bytes already claimed.
+TEST(DecodeScans, ClaimsTheLengthBeforeJudgingTheCode) {
+  const struct {
+    const char* name;
+    Bytes tail;  // between the first scan's data and the end-of-image marker
+    const wchar_t* error;
+  } cases[] = {
+      {"lone prefix", {0xFF}, L"Invalid offset or corrupt data"},
+      {"COM without length", {0xFF, 0xFE}, L"Invalid offset or corrupt data"},
+      {"COM with half a length", {0xFF, 0xFE, 0x00}, L"Invalid offset or corrupt data"},
+      {"COM with its length", {0xFF, 0xFE, 0x00, 0x02}, L"Unexpected JPEG marker between scans"},
+      {"DHT of stored length 0", {0xFF, 0xC4, 0x00, 0x00}, L"Invalid offset or corrupt data"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    JpegBuilder b = GrayHeader(8, 8);
+    b.Sos({{1, 0x00}}, 0, 0, 0).Entropy(DcBitsFilled({2})).Raw(c.tail).Eoi();
+    EXPECT_EQ(RunScans(b.bytes()).error, c.error);
+  }
+}
+
+// The next scan's data starts where the stored length says, not behind the fields SOS claims.
+TEST(DecodeScans, ScanDataStartsBehindTheStoredLength) {
+  JpegBuilder b = GrayHeader(8, 8);
+  b.Sos({{1, 0x00}}, 0, 0, 0x01).Entropy(DcBitsFilled({2}));
+  b.Segment(0xDA, {0x01, 0x01, 0x00, 0x00, 0x00, 0x10, 0x00});  // one byte past Ah|Al
+  b.Entropy(Bits({{1, 1}})).Eoi();
+  ScanRun run = RunScans(b.bytes());
+  EXPECT_EQ(run.error, L"");
+  EXPECT_EQ(run.At(0, 0), 5);
+}
+
+// A scan is walked whenever a byte is left behind its SOS, even one that yields no bits: a
+// missing table throws on the first block. An SOS at the very end starts no scan.
+TEST(DecodeScans, MissingTableThrowsEvenWithoutReadableData) {
+  const Bytes next_scan = JpegBuilder().Sos({{1, 0x00}}, 0, 0, 0x10).bytes();
+  const struct {
+    const char* name;
+    Bytes data;  // behind the SOS that names the undefined DC table 2
+    const wchar_t* error;
+  } cases[] = {
+      {"nothing", {}, L""},
+      {"a restart marker", {0xFF, 0xD0}, L"Missing DC Huffman table"},
+      {"the next SOS", next_scan, L"Missing DC Huffman table"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    JpegBuilder b = GrayHeader(8, 8);
+    b.Sos({{1, 0x00}}, 0, 0, 0).Entropy(DcBits({1}));
+    b.Sos({{1, 0x20}}, 0, 0, 0).Raw(c.data).Eoi();
+    EXPECT_EQ(RunScans(b.bytes()).error, c.error);
+  }
+}
+
+// A scan that names no component still counts its MCUs and restarts between them, which moves
+// the reader past the restart marker to the next SOS.
+TEST(DecodeScans, ScanWithoutComponentsStillRestarts) {
+  JpegBuilder b = GrayHeader(16, 8);
+  b.Sos({{1, 0x00}}, 0, 0, 0x01).Entropy(DcBitsFilled({2, 0}));
+  b.Dri(1);
+  b.Sos({}).Raw({0xFF, 0xD0});
+  b.Sos({{1, 0x00}}, 0, 0, 0x10).Entropy(Bits({{1, 1}})).Raw({0xFF, 0xD0});
+  b.Entropy(Bits({{1, 1}})).Eoi();
+  ScanRun run = RunScans(b.bytes());
+  EXPECT_EQ(run.error, L"");
+  ASSERT_EQ(run.coefficients.size(), 128u);
+  EXPECT_EQ(run.At(0, 0), 5);
+  EXPECT_EQ(run.At(1, 0), 5);
+}
+
 struct ScanCountCase {
   int32_t scans;
   const wchar_t* error;
