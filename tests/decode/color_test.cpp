@@ -32,9 +32,6 @@ const PixelCase kPixelCases[] = {
     {"below black clamps", -129.0f, 0.0f, 0.0f, 0, 0, 0},
     {"sum in (-1, 0) truncates to zero", -128.003f, 0.0f, 0.0f, 0, 0, 0},
     {"chroma", 0.0f, 10.0f, -10.0f, 29274, 33855, 37469},
-    {"strong blue", 0.0f, 127.0f, 0.0f, 32896, 21774, 65535},
-    {"huge", 1e30f, 0.0f, 0.0f, 65535, 65535, 65535},
-    {"huge negative", -1e30f, 0.0f, 0.0f, 0, 0, 0},
     {"infinite chroma", 0.0f, kInf, -kInf, 0, 0, 65535},
     {"NaN gives zero", kNaN, 0.0f, 0.0f, 0, 0, 0},
     {"NaN chroma", 0.0f, kNaN, 0.0f, 32896, 0, 0},
@@ -50,26 +47,6 @@ TEST(YCbCrToPixel, ConvertsLevelShiftsAndClamps) {
     EXPECT_EQ(pixel[2], c.blue);
     EXPECT_EQ(pixel[3], 65535);
   }
-}
-
-TEST(ConvertMcuGray, WidensWithoutColourMatrix) {
-  const float inputs[] = {0.0f, 127.0f, -128.0f, -200.0f, 1e30f, kNaN, 1.0f};
-  const uint16_t expected[] = {32896, 65535, 0, 0, 65535, 0, 33153};
-  float block[64] = {};
-  for (int i = 0; i < 7; ++i) {
-    block[9 * i] = inputs[i];  // along the diagonal
-  }
-  uint16_t pixels[8 * 8 * 4];
-  ConvertMcuGray(block, pixels, 8);
-  for (int i = 0; i < 7; ++i) {
-    SCOPED_TRACE(i);
-    const uint16_t* p = pixels + 4 * (9 * i);
-    EXPECT_EQ(p[0], expected[i]);
-    EXPECT_EQ(p[1], expected[i]);
-    EXPECT_EQ(p[2], expected[i]);
-    EXPECT_EQ(p[3], 65535);
-  }
-  EXPECT_EQ(pixels[4], 32896);  // (1, 0) is off the diagonal
 }
 
 // Which block and index of the MCU each pixel (x, y) reads, by mode.
@@ -93,54 +70,38 @@ const ModeCase kModeCases[] = {
      [](int x, int y) { return 8 * (y / 2) + x / 2; }},
 };
 
-TEST(ConvertMcu, LumaAddressing) {
+TEST(ConvertMcu, AddressesEachLumaAndChromaSample) {
   for (const auto& c : kModeCases) {
     SCOPED_TRACE(c.name);
-    // Luma sample k of the MCU is k - 128, so the channel value is 257 k: every sample is told
-    // apart. Chroma is 0.
-    std::vector<float> blocks((c.luma_blocks + 2) * 64, 0.0f);
+    // First pass: luma sample k of the MCU is k - 128, so the channel value is 257 k, and chroma
+    // is 0. Second pass: luma 0, Cb rising with the index and Cr falling, so red (Cr only) and
+    // blue (Cb only) each name the chroma sample, and swapped blocks would show.
+    std::vector<float> luma((c.luma_blocks + 2) * 64, 0.0f);
+    std::vector<float> chroma = luma;
     for (int k = 0; k < c.luma_blocks * 64; ++k) {
-      blocks[k] = static_cast<float>(k - 128);
+      luma[k] = static_cast<float>(k - 128);
     }
-    std::vector<uint16_t> pixels(32 * 32 * 4, 7);
-    c.convert(blocks.data(), pixels.data(), 32);
+    for (int k = 0; k < 64; ++k) {
+      chroma[c.luma_blocks * 64 + k] = static_cast<float>(k - 32);
+      chroma[c.luma_blocks * 64 + 64 + k] = static_cast<float>(31 - k);
+    }
+    std::vector<uint16_t> by_luma(32 * 32 * 4, 7);
+    std::vector<uint16_t> by_chroma(32 * 32 * 4);
+    c.convert(luma.data(), by_luma.data(), 32);
+    c.convert(chroma.data(), by_chroma.data(), 32);
     for (int y = 0; y < 32; ++y) {
       for (int x = 0; x < 32; ++x) {
-        const uint16_t* p = &pixels[(32 * y + x) * 4];
+        const uint16_t* p = &by_luma[(32 * y + x) * 4];
         if (x >= c.mcu_width || y >= c.mcu_height) {
           EXPECT_EQ(p[0], 7) << x << "," << y;  // outside the MCU: untouched
           continue;
         }
-        const int k = 64 * c.luma_block(x, y) + c.luma_index(x, y);
-        ASSERT_EQ(p[0], 257 * k) << x << "," << y;
+        ASSERT_EQ(p[0], 257 * (64 * c.luma_block(x, y) + c.luma_index(x, y))) << x << "," << y;
         ASSERT_EQ(p[3], 65535);
-      }
-    }
-  }
-}
-
-TEST(ConvertMcu, ChromaAddressing) {
-  for (const auto& c : kModeCases) {
-    SCOPED_TRACE(c.name);
-    // Luma 0; Cb rises with the index and Cr falls, so red (Cr only) and blue (Cb only) each
-    // name the chroma sample, and swapped blocks would show.
-    std::vector<float> blocks((c.luma_blocks + 2) * 64, 0.0f);
-    float* cb = &blocks[c.luma_blocks * 64];
-    float* cr = cb + 64;
-    for (int k = 0; k < 64; ++k) {
-      cb[k] = static_cast<float>(k - 32);
-      cr[k] = static_cast<float>(31 - k);
-    }
-    std::vector<uint16_t> pixels(32 * 32 * 4);
-    c.convert(blocks.data(), pixels.data(), 32);
-    for (int y = 0; y < c.mcu_height; ++y) {
-      for (int x = 0; x < c.mcu_width; ++x) {
-        const uint16_t* p = &pixels[(32 * y + x) * 4];
+        const uint16_t* q = &by_chroma[(32 * y + x) * 4];
         const int k = c.chroma_index(x, y);
-        const long red = std::lround((p[0] - 32896.0) / 362.2283);
-        const long blue = std::lround((p[2] - 32896.0) / 457.3386);
-        ASSERT_EQ(red, 31 - k) << x << "," << y;
-        ASSERT_EQ(blue, k - 32) << x << "," << y;
+        ASSERT_EQ(std::lround((q[0] - 32896.0) / 362.2283), 31 - k) << x << "," << y;
+        ASSERT_EQ(std::lround((q[2] - 32896.0) / 457.3386), k - 32) << x << "," << y;
       }
     }
   }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/raw_layer_exception.h"
@@ -41,10 +42,6 @@ Bytes Symbols(size_t count, uint8_t first = 0) {
   return symbols;
 }
 
-uint16_t Entry(const HuffmanTable& table, int32_t page, uint32_t index) {
-  return table.pages[page * 256 + index];
-}
-
 BitReader ReaderOver(const Bytes& data) {
   BitReader reader;
   reader.cursor = data.data();
@@ -61,6 +58,14 @@ std::wstring DecodeError(BitReader& reader, const HuffmanTable& table) {
   return L"";
 }
 
+// 255 codes of 8 bits and 2 of 9 bits, the last the all-ones code 511.
+std::vector<uint8_t> Counts8And9(uint8_t nine_bit_codes) {
+  std::vector<uint8_t> counts(16, 0);
+  counts[7] = 255;
+  counts[8] = nine_bit_codes;
+  return counts;
+}
+
 struct BuildCase {
   const char* name;
   Bytes definition;
@@ -69,11 +74,6 @@ struct BuildCase {
 };
 
 TEST(HuffmanTable, BuildsOrRefusesByCodeSpace) {
-  std::vector<uint8_t> counts_8_9(16, 0);
-  counts_8_9[7] = 255;
-  counts_8_9[8] = 2;
-  std::vector<uint8_t> counts_8_9_over = counts_8_9;
-  counts_8_9_over[8] = 3;
   std::vector<uint8_t> sixteen(16, 0);
   sixteen[15] = 2;
   std::vector<uint8_t> nine_three(16, 0);
@@ -85,9 +85,9 @@ TEST(HuffmanTable, BuildsOrRefusesByCodeSpace) {
       {"1-bit, 1-bit, 2-bit is over-full", Definition({2, 1}, {1, 2, 3}),
        L"Invalid Huffman code table", 1},
       {"three 1-bit codes", Definition({3}, {1, 2, 3}), L"Invalid Huffman code table", 1},
-      {"255 of 8 bits and 2 of 9 bits, all-ones included", Definition(counts_8_9, Symbols(257)),
+      {"255 of 8 bits and 2 of 9 bits, all-ones included", Definition(Counts8And9(2), Symbols(257)),
        L"", 2},
-      {"a third 9-bit code is code 512", Definition(counts_8_9_over, Symbols(258)),
+      {"a third 9-bit code is code 512", Definition(Counts8And9(3), Symbols(258)),
        L"Invalid Huffman code table", 2},
       {"two 16-bit codes share one page", Definition(sixteen, {5, 6}), L"", 2},
       {"9-bit codes 0, 1, 2 need two pages", Definition(nine_three, {5, 6, 7}), L"", 3},
@@ -100,55 +100,37 @@ TEST(HuffmanTable, BuildsOrRefusesByCodeSpace) {
   }
 }
 
-TEST(HuffmanTable, OneBitCodeFillsHalfThePage) {
-  HuffmanTable table;
-  ASSERT_EQ(BuildError(table, Definition({1}, {0x42})), L"");
-  for (uint32_t i = 0; i < 256; ++i) {
-    EXPECT_EQ(Entry(table, 0, i), i < 128 ? 0x0142 : 0xFFFF) << i;
+// Codes longer than 8 bits go through a link entry to a second page.
+TEST(HuffmanTable, DecodesCodesBehindALink) {
+  Bytes symbols_8_9 = Symbols(255);
+  symbols_8_9.push_back(0xA0);  // code 510
+  symbols_8_9.push_back(0xA1);  // code 511, all ones
+  std::vector<uint8_t> sixteen(16, 0);
+  sixteen[15] = 2;
+  const struct {
+    const char* name;
+    Bytes definition, data;
+    std::vector<uint32_t> symbols;
+  } cases[] = {
+      {"8 bits, then the 9-bit all-ones code",
+       Definition(Counts8And9(2), symbols_8_9),
+       {0xFD, 0xFF, 0x00, 0xFF, 0x00, 0xFF, 0x00},
+       {0xFD, 0xA1, 0xA1}},
+      {"9-bit code 510", Definition(Counts8And9(2), symbols_8_9), {0xFF, 0x00, 0x00}, {0xA0}},
+      {"two 16-bit codes",
+       Definition(sixteen, {0x11, 0x22}),
+       {0x00, 0x01, 0x00, 0x00},
+       {0x22, 0x11}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    HuffmanTable table;
+    ASSERT_EQ(BuildError(table, c.definition), L"");
+    BitReader reader = ReaderOver(c.data);
+    for (uint32_t symbol : c.symbols) {
+      EXPECT_EQ(DecodeSymbol(reader, table), symbol);
+    }
   }
-  Bytes one_bits{0x40};
-  BitReader reader = ReaderOver(one_bits);
-  EXPECT_EQ(DecodeSymbol(reader, table), 0x42u);  // the 0 bit
-  EXPECT_EQ(DecodeError(reader, table), L"Corrupt image data");
-}
-
-TEST(HuffmanTable, NineBitCodesIncludeTheAllOnesCode) {
-  std::vector<uint8_t> counts(16, 0);
-  counts[7] = 255;
-  counts[8] = 2;
-  Bytes symbols = Symbols(255);
-  symbols.push_back(0xA0);  // code 510
-  symbols.push_back(0xA1);  // code 511
-  HuffmanTable table;
-  ASSERT_EQ(BuildError(table, Definition(counts, symbols)), L"");
-  EXPECT_EQ(Entry(table, 0, 254), 0x08FE);
-  EXPECT_EQ(Entry(table, 0, 255), 0xFE01);
-  EXPECT_EQ(Entry(table, 1, 0), 0x01A0);
-  EXPECT_EQ(Entry(table, 1, 127), 0x01A0);
-  EXPECT_EQ(Entry(table, 1, 128), 0x01A1);
-  EXPECT_EQ(Entry(table, 1, 255), 0x01A1);
-
-  Bytes data{0xFF, 0x00, 0xFF, 0x00, 0xFF, 0x00};  // ones: 511, then 511, ...
-  BitReader reader = ReaderOver(data);
-  EXPECT_EQ(DecodeSymbol(reader, table), 0xA1u);
-  EXPECT_EQ(DecodeSymbol(reader, table), 0xA1u);
-}
-
-TEST(HuffmanTable, SixteenBitCodesGoThroughOneLink) {
-  std::vector<uint8_t> counts(16, 0);
-  counts[15] = 2;
-  HuffmanTable table;
-  ASSERT_EQ(BuildError(table, Definition(counts, {0x11, 0x22})), L"");
-  EXPECT_EQ(Entry(table, 0, 0), 0xFE01);
-  EXPECT_EQ(Entry(table, 0, 1), 0xFFFF);
-  EXPECT_EQ(Entry(table, 1, 0), 0x0811);
-  EXPECT_EQ(Entry(table, 1, 1), 0x0822);
-  EXPECT_EQ(Entry(table, 1, 2), 0xFFFF);
-
-  Bytes data{0x00, 0x01, 0x00, 0x00};
-  BitReader reader = ReaderOver(data);
-  EXPECT_EQ(DecodeSymbol(reader, table), 0x22u);
-  EXPECT_EQ(DecodeSymbol(reader, table), 0x11u);
 }
 
 TEST(HuffmanTable, RefusesCodesOnUsedEntries) {
@@ -182,15 +164,6 @@ TEST(HuffmanTable, EmptyTableThrowsOnAnyBitAndReadsZeroAtTheEnd) {
   EXPECT_EQ(DecodeSymbol(at_end, table), 0u);
 }
 
-TEST(BitReader, StuffedZeroGivesOneFFByte) {
-  Bytes data{0xFF, 0x00, 0x12};
-  BitReader reader = ReaderOver(data);
-  EXPECT_EQ(ReceiveBits(reader, 8), 0xFFu);
-  EXPECT_EQ(ReceiveBits(reader, 8), 0x12u);
-  EXPECT_EQ(reader.cursor, data.data() + 3);
-  EXPECT_EQ(ReceiveBits(reader, 1), 0u);
-}
-
 TEST(BitReader, StopsBeforeAMarkerAndReadsZeros) {
   HuffmanTable table;  // 1-bit codes: 0 -> 0x30, 1 -> 0x31
   ASSERT_EQ(BuildError(table, Definition({2}, {0x30, 0x31})), L"");
@@ -204,19 +177,26 @@ TEST(BitReader, StopsBeforeAMarkerAndReadsZeros) {
   EXPECT_EQ(reader.bit_count, 0u);
 }
 
-TEST(BitReader, ReadsAtTheEndAndAtALoneFF) {
+// Reads of (count, value); a read that the data cannot satisfy gives 0 and consumes nothing.
+TEST(BitReader, ReadsStuffedBytesAndZerosAtTheEnd) {
+  using Reads = std::vector<std::pair<uint32_t, uint32_t>>;
   const struct {
     const char* name;
     Bytes data;
-  } cases[] = {{"end of data", {0xAB}}, {"lone 0xFF at the end", {0xAB, 0xFF}}};
+    Reads reads;
+    size_t consumed;
+  } cases[] = {
+      {"end of data", {0xAB}, {{4, 0xA}, {5, 0}, {4, 0xB}, {1, 0}}, 1},
+      {"lone 0xFF at the end", {0xAB, 0xFF}, {{4, 0xA}, {5, 0}, {4, 0xB}, {1, 0}}, 1},
+      {"stuffed zero gives one 0xFF", {0xFF, 0x00, 0x12}, {{8, 0xFF}, {8, 0x12}, {1, 0}}, 3},
+  };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     BitReader reader = ReaderOver(c.data);
-    EXPECT_EQ(ReceiveBits(reader, 4), 0xAu);
-    EXPECT_EQ(ReceiveBits(reader, 5), 0u);
-    EXPECT_EQ(ReceiveBits(reader, 4), 0xBu);
-    EXPECT_EQ(ReceiveBits(reader, 1), 0u);
-    EXPECT_EQ(reader.cursor, c.data.data() + 1);
+    for (const auto& [count, value] : c.reads) {
+      EXPECT_EQ(ReceiveBits(reader, count), value) << count;
+    }
+    EXPECT_EQ(reader.cursor, c.data.data() + c.consumed);
   }
 }
 
@@ -291,8 +271,9 @@ TEST(Extend, MapsMagnitudeCodesToSignedValues) {
   const struct {
     uint32_t value, size;
     int32_t expected;
-  } cases[] = {{0, 0, 0},        {0, 1, -1},           {1, 1, 1},   {0, 11, -2047},
-               {2047, 11, 2047}, {0x7FFF, 16, -32768}, {0, 200, 1}, {5, 32, 6},   {0x80000000u, 32, INT32_MIN}};
+  } cases[] = {{0, 0, 0},      {0, 1, -1},       {1, 1, 1},
+               {0, 11, -2047}, {2047, 11, 2047}, {0x7FFF, 16, -32768},
+               {0, 200, 1},    {5, 32, 6},       {0x80000000u, 32, INT32_MIN}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.value << "/" << c.size);
     EXPECT_EQ(Extend(c.value, c.size), c.expected);

@@ -49,25 +49,6 @@ constexpr float kLuminance[64] = {
     49, 64, 78, 87, 103, 121, 120, 101, 72, 92, 95, 98, 112, 100, 103, 99,
 };
 
-TEST(DctScale, MatchesOutputFactorsOfTheFlow) {
-  for (int r = 0; r < 8; ++r) {
-    for (int c = 0; c < 8; ++c) {
-      const double ar = r == 0 ? 1.0 : std::sqrt(2.0) * std::cos(r * kPi / 16);
-      const double ac = c == 0 ? 1.0 : std::sqrt(2.0) * std::cos(c * kPi / 16);
-      EXPECT_NEAR(double{DctScale[8 * r + c]}, ar * ac / 8, 1.5e-7) << r << "," << c;
-    }
-  }
-}
-
-TEST(ScaleQuantTable, MultipliesEachEntryOnce) {
-  QuantTable table = FlatTable(2.0f);
-  table.values[63] = 0.0f;
-  ScaleQuantTable(table);
-  EXPECT_EQ(table.values[0], 0.25f);
-  EXPECT_EQ(table.values[9], 2.0f * 0.2404849f);
-  EXPECT_EQ(table.values[63], 0.0f);
-}
-
 struct FlatCase {
   const char* name;
   int16_t dc;

@@ -79,7 +79,6 @@ uint16_t GreyOfDc(int32_t dc) {
 
 struct RestartCase {
   const char* name;
-  uint16_t mcus;
   uint16_t restart_interval;
   Bytes entropy;
   std::vector<int32_t> dc;  // expected DC of each MCU
@@ -99,43 +98,24 @@ Bytes RestartEveryMcu(int32_t count, int32_t missing) {
 
 TEST(DecodeSequential, RestartsAndMarkers) {
   const RestartCase cases[] = {
-      {"interval 1: D0 to D7, then D0 again",
-       10,
-       1,
-       RestartEveryMcu(10, -1),
-       {16, 17, 18, 19, 20, 21, 22, 23, 24, 25}},
-      {"D2 missing: the search runs to the end",
-       10,
-       1,
-       RestartEveryMcu(10, 2),
-       {16, 17, 18, 0, 0, 0, 0, 0, 0, 0}},
-      {"a fill byte before the marker",
-       3,
-       1,
-       {Mcu(16), 0xFF, 0xFF, 0xD0, Mcu(17), 0xFF, 0xD1, Mcu(18)},
-       {16, 17, 18}},
-      {"interval 2: the predictor runs within the interval",
-       4,
-       2,
-       {Mcu(-16), Mcu(16), 0xFF, 0xD0, Mcu(17), Mcu(-17)},
-       {-16, 0, 17, 0}},
-      {"a marker without DRI stops the reader",
-       3,
-       0,
-       {Mcu(16), 0xFF, 0xD0, Mcu(17), Mcu(18)},
-       {16, 16, 16}},
+      {"D0 to D7, then D0", 1, RestartEveryMcu(10, -1), {16, 17, 18, 19, 20, 21, 22, 23, 24, 25}},
+      {"D2 missing: search to end", 1, RestartEveryMcu(10, 2), {16, 17, 18, 0, 0, 0, 0, 0, 0, 0}},
+      {"fill byte", 1, {Mcu(16), 0xFF, 0xFF, 0xD0, Mcu(17), 0xFF, 0xD1, Mcu(18)}, {16, 17, 18}},
+      // The predictor runs on within the interval.
+      {"interval 2", 2, {Mcu(-16), Mcu(16), 0xFF, 0xD0, Mcu(17), Mcu(-17)}, {-16, 0, 17, 0}},
+      {"no DRI: a marker stops", 0, {Mcu(16), 0xFF, 0xD0, Mcu(17), Mcu(18)}, {16, 16, 16}},
       {"other restart numbers are passed over",
-       3,
        1,
        {Mcu(16), 0xFF, 0xD5, Mcu(20), 0xFF, 0xD0, Mcu(17), 0xFF, 0xD1, Mcu(18)},
        {16, 17, 18}},
   };
   for (const RestartCase& c : cases) {
     SCOPED_TRACE(c.name);
-    Image image = DecodeBytes(GrayFrame(c.mcus, c.restart_interval, c.entropy));
+    const auto mcus = static_cast<uint16_t>(c.dc.size());
+    Image image = DecodeBytes(GrayFrame(mcus, c.restart_interval, c.entropy));
     ASSERT_EQ(image.error, L"");
-    ASSERT_EQ(image.width, 8u * c.mcus);
-    for (uint32_t m = 0; m < c.mcus; ++m) {
+    ASSERT_EQ(image.width, 8u * mcus);
+    for (uint32_t m = 0; m < mcus; ++m) {
       SCOPED_TRACE(m);
       uint16_t expected = GreyOfDc(c.dc[m]);
       EXPECT_EQ(image.At(8 * m, 0, 0), expected);
@@ -170,8 +150,6 @@ TEST(DecodeSequential, EmptyDataGivesMidGrey) {
   } cases[] = {
       {"2x2, partial MCUs", {{1, 0x22, 0}, {2, 0x11, 0}, {3, 0x11, 0}}, 17, 17},
       {"1x2", {{1, 0x21, 0}, {2, 0x11, 0}, {3, 0x11, 0}}, 33, 8},
-      {"2x1", {{1, 0x12, 0}, {2, 0x11, 0}, {3, 0x11, 0}}, 8, 33},
-      {"1x1", {{1, 0x11, 0}, {2, 0x11, 0}, {3, 0x11, 0}}, 9, 1},
       {"gray", {{1, 0x11, 0}}, 1, 1},
   };
   for (const auto& c : cases) {

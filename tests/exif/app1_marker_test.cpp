@@ -79,8 +79,8 @@ TEST(APP1Marker, DumpsEntriesAndAThumbnailInsideTheSegment) {
 TEST(APP1Marker, FindsThumbnailsOutsideTheSegmentInOpenBytes) {
   // The thumbnail sits in the unclaimed payload of an APP3 behind the APP1, 12 bytes into the
   // file's APP1 payload of 64 bytes: file offset 6 + 64 + 4 = 74, TIFF offset 62.
-  Bytes app3 = Concat({0xFF, 0xE3, 0x00, static_cast<uint8_t>(2 + kSmallThumbnail.size())},
-                      kSmallThumbnail);
+  Bytes app3 =
+      Concat({0xFF, 0xE3, 0x00, static_cast<uint8_t>(2 + kSmallThumbnail.size())}, kSmallThumbnail);
   Bytes payload = ExifWithThumbnail(true, {}, 62, static_cast<uint32_t>(kSmallThumbnail.size()));
   payload.resize(64, 0);
   ScanResult r = ScanBytes(test::JpegWithApp1(payload, app3));
@@ -150,8 +150,7 @@ TEST(APP1Marker, ScansNestedThumbnailsAsDeepAsASegmentHolds) {
   // Each level costs 68 bytes, so 900 levels nearly fill the outer segment.
   for (int levels : {1, 2, 33, 900}) {
     SCOPED_TRACE(levels);
-    ScanResult r =
-        ScanBytes(test::JpegWithApp1(ExifWithThumbnail(true, NestedThumbnails(levels))));
+    ScanResult r = ScanBytes(test::JpegWithApp1(ExifWithThumbnail(true, NestedThumbnails(levels))));
     EXPECT_EQ(r.error, L"");
     EXPECT_EQ(ThumbnailDepth(FirstApp1(r)), levels);
   }
@@ -241,7 +240,8 @@ TEST(APP1Marker, ReportsBadSegments) {
        L"Invalid header length or corrupt data"},
       // A segment at the end of the data that promises more than exists: its signature is not
       // read past the end.
-      {"cut Exif at the end", {0xFF, 0xD8, 0xFF, 0xE1, 0x00, 0x40, 'E', 'x', 0xFF, 0xD9},
+      {"cut Exif at the end",
+       {0xFF, 0xD8, 0xFF, 0xE1, 0x00, 0x40, 'E', 'x', 0xFF, 0xD9},
        L"Invalid offset or corrupt data"},
   };
   for (const FailureCase& c : cases) {
@@ -263,51 +263,36 @@ TEST(APP1Marker, TIFFDataIsBoundToTheSegment) {
   EXPECT_EQ(dir.value[0] + 6, payload.size());
 }
 
-TEST(APP1Marker, ApplyCollectsAndLaterSegmentsWin) {
+// Apply collects Exif values, the later segment winning, and reads the thumbnails' headers into
+// one layer of their own.
+TEST(APP1Marker, ApplyCollectsValuesAndThumbnailHeaders) {
+  Bytes tiny = test::TinyGrayJpeg();
   TiffBuilder first(false);
   first.Directory({{0x10F, 2, 4, TiffBuilder::Ascii("One")}, {0x112, 3, 1, first.Short(6)}});
   TiffBuilder second(true);
   second.Directory({{0x10F, 2, 4, TiffBuilder::Ascii("Two")}});
   JpegBuilder b;
-  b.Soi().Segment(0xE1, first.ExifPayload()).Segment(0xE1, second.ExifPayload()).Eoi();
-  ScanResult r = ScanBytes(b.bytes());
-  ASSERT_EQ(r.error, L"");
-  RawLayer layer;
-  DecodeState state;
-  for (uint32_t i = 0; i < r.markers->count; ++i) {
-    r.markers->items[i]->Apply(state, layer, true);
-  }
-  EXPECT_EQ(layer.thumbnail, nullptr);
-  OutStream stream;
-  layer.properties.PrintProperties(stream);
-  EXPECT_EQ(stream.Text(), "Make: \"Two\"\nOrientation: 6\n");
-}
-
-}  // namespace
-}  // namespace corvi
-
-namespace corvi {
-namespace {
-
-TEST(APP1Marker, ApplyReadsTheThumbnailsHeadersIntoOneLayer) {
-  Bytes tiny = test::TinyGrayJpeg();
-  JpegBuilder b;
-  b.Soi()
-      .Segment(0xE1, ExifWithThumbnail(false, tiny))
-      .Segment(0xE1, ExifWithThumbnail(true, tiny))
-      .Eoi();
-  ScanResult r = ScanBytes(b.bytes());
+  b.Soi().Segment(0xE1, first.ExifPayload()).Segment(0xE1, second.ExifPayload());
+  b.Segment(0xE1, ExifWithThumbnail(false, tiny)).Segment(0xE1, ExifWithThumbnail(true, tiny));
+  ScanResult r = ScanBytes(b.Eoi().bytes());
   ASSERT_EQ(r.error, L"");
   RawLayer layer;
   DecodeState state;
   r.markers->items[0]->Apply(state, layer, false);
+  r.markers->items[1]->Apply(state, layer, false);
+  EXPECT_EQ(layer.thumbnail, nullptr);
+  OutStream stream;
+  layer.properties.PrintProperties(stream);
+  EXPECT_EQ(stream.Text(), "Make: \"Two\"\nOrientation: 6\n");
+
+  r.markers->items[2]->Apply(state, layer, false);
   ASSERT_NE(layer.thumbnail, nullptr);
   RawLayer* thumbnail = layer.thumbnail;
-  r.markers->items[1]->Apply(state, layer, false);
+  r.markers->items[3]->Apply(state, layer, false);
   EXPECT_EQ(layer.thumbnail, thumbnail);
   EXPECT_EQ(thumbnail->width, 8u);
   EXPECT_EQ(thumbnail->height, 8u);
-  EXPECT_EQ(thumbnail->pixels, nullptr);  // header-only, whatever the caller asked
+  EXPECT_EQ(thumbnail->pixels, nullptr);              // header-only, whatever the caller asked
   EXPECT_EQ(layer.properties.Find(0xC001), nullptr);  // the thumbnail's properties stay its own
   EXPECT_NE(thumbnail->properties.Find(0xC001), nullptr);
 }
