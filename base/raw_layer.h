@@ -7,6 +7,13 @@
 
 namespace corvi {
 
+// A colour behind transparent pixels: red, green, blue, 16 bits each.
+struct Background {
+  uint16_t red = 0xFFFF;
+  uint16_t green = 0xFFFF;
+  uint16_t blue = 0xFFFF;
+};
+
 struct RawLayer {
   uint32_t width = 0;
   uint32_t height = 0;

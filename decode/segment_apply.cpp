@@ -164,6 +164,4 @@ void DRIMarker::Apply(DecodeState& state, RawLayer&, bool) {
   state.restart_interval = ReadBig16(payload);
 }
 
-void DRIMarker::Write(MergeState&, const RawLayer&, const PropertyList&, uint32_t, ByteBuffer&) {}
-
 }  // namespace corvi

@@ -169,6 +169,7 @@ APP1Marker::~APP1Marker() {
 }
 
 void APP1Marker::Parse(ByteCoverage& coverage) {
+  payload_offset = coverage.OffsetOf(payload);
   if (HasSignature(coverage, payload, length, kExifSignature, 6)) {
     coverage.Identify(payload, 6);
     if (directory == nullptr) {

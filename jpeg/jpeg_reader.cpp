@@ -4,7 +4,6 @@
 #include "base/byte_coverage.h"
 #include "base/raw_layer_exception.h"
 #include "jpeg/markers.h"
-#include "merge/byte_buffer.h"
 #include "platform/error_text.h"
 #include "platform/file_map.h"
 #include "platform/format.h"
@@ -194,18 +193,6 @@ void PrintIndent(int32_t indent, OutStream& stream) {
 void JPEGReader::Marker::Parse(ByteCoverage& /*coverage*/) {}
 
 void JPEGReader::Marker::Apply(DecodeState& /*state*/, RawLayer& /*layer*/, bool /*header_only*/) {
-}
-
-void JPEGReader::Marker::Write(MergeState& /*state*/, const RawLayer& /*layer*/,
-                               const PropertyList& /*overrides*/, uint32_t /*background*/,
-                               ByteBuffer& out) {
-  // 0xFF, the code, the stored length (payload + 2, big-endian), the payload.
-  out.AppendByte(0xFF);
-  out.AppendByte(code);
-  int32_t stored = length + 2;
-  out.AppendByte(static_cast<uint8_t>(stored >> 8));
-  out.AppendByte(static_cast<uint8_t>(stored));
-  out.AppendBlock(payload, length);
 }
 
 void JPEGReader::Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {

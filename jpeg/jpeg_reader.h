@@ -13,6 +13,7 @@ struct RawLayer;
 struct PropertyList;
 struct MergeState;
 struct ByteBuffer;
+struct Background;
 struct MarkerList;
 
 // A file mapped read-only. The constructor opens and maps, or throws "File %s: failed on %s: %s".
@@ -47,7 +48,7 @@ class JPEGReader : public MappedFile {
     virtual void Apply(DecodeState& state, RawLayer& layer, bool header_only);
     // Appends the segment to the rewriter's output; the base class re-emits it unchanged.
     virtual void Write(MergeState& state, const RawLayer& layer, const PropertyList& overrides,
-                       uint32_t background, ByteBuffer& out);
+                       const Background& background, ByteBuffer& out);
     // Prints the head line "Marker %02x (bytes %d - %d)" and the payload in hex.
     virtual void Dump(const uint8_t* base, int32_t indent, OutStream& stream);
 

@@ -22,6 +22,9 @@ class DHTMarker : public JPEGReader::Marker {
   using Marker::Marker;
   void Parse(ByteCoverage& coverage) override;
   void Apply(DecodeState& state, RawLayer& layer, bool header_only) override;
+  // The same table classes and ids in the same order, with the tables built for the new data.
+  void Write(MergeState& state, const RawLayer& layer, const PropertyList& overrides,
+             const Background& background, ByteBuffer& out) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
 };
 
@@ -48,7 +51,7 @@ class DRIMarker : public JPEGReader::Marker {
   void Apply(DecodeState& state, RawLayer& layer, bool header_only) override;
   // A restart interval is not re-emitted: the rewritten stream has no restart markers.
   void Write(MergeState& state, const RawLayer& layer, const PropertyList& overrides,
-             uint32_t background, ByteBuffer& out) override;
+             const Background& background, ByteBuffer& out) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
 };
 
@@ -67,11 +70,16 @@ class APP1Marker : public JPEGReader::Marker {
   ~APP1Marker() override;
   void Parse(ByteCoverage& coverage) override;
   void Apply(DecodeState& state, RawLayer& layer, bool header_only) override;
+  // A copy of the payload with the overrides laid over the Exif values and the thumbnail made
+  // anew from the layer.
+  void Write(MergeState& state, const RawLayer& layer, const PropertyList& overrides,
+             const Background& background, ByteBuffer& out) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
 
   TIFFDirectory* directory = nullptr;  // owned; the Exif entries, null unless Exif
   MarkerList* thumbnail = nullptr;     // owned; the embedded thumbnail's segments
   wchar_t* xmp = nullptr;              // owned; the decoded XMP packet, null unless XMP
+  int64_t payload_offset = 0;          // of the payload from the start of the mapped data
 };
 
 class APP2Marker : public JPEGReader::Marker {

@@ -1,0 +1,15 @@
+// The scaled float forward DCT of Arai, Agui and Nakajima with quantisation folded in.
+#pragma once
+
+namespace corvi {
+
+struct QuantTable;
+
+// 1 / (8 × a(r) × a(c)) in natural order, a(0) = 1, a(k) = √2 cos(kπ/16).
+extern const float AANScale[64];
+
+// Transforms the block of level-shifted samples in place into quantised coefficients (floats),
+// multiplying each by its entry of `reciprocal_table`.
+void ForwardDCT(float* block, const QuantTable& reciprocal_table);
+
+}  // namespace corvi

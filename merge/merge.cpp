@@ -1,0 +1,436 @@
+// The rewriter's driver: the output file, reading the frame, tables and scan of a parsed file,
+// the sampling plan, and the path from pixels to entropy-coded data.
+#include "merge/merge.h"
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+
+#include "base/property.h"
+#include "base/raw_layer.h"
+#include "base/raw_layer_exception.h"
+#include "jpeg/markers.h"
+#include "merge/byte_buffer.h"
+#include "merge/forward_dct.h"
+#include "merge/huffman_encode.h"
+#include "merge/pixel_convert.h"
+#include "merge/resampler.h"
+#include "platform/error_text.h"
+#include "platform/file_map.h"
+#include "platform/file_write.h"
+#include "platform/format.h"
+
+namespace corvi {
+namespace {
+
+// Frees an array of floats or pixels on every way out.
+template <typename T>
+struct ArrayGuard {
+  T* p;
+  explicit ArrayGuard(T* array) : p(array) {}
+  ArrayGuard(const ArrayGuard&) = delete;
+  ArrayGuard& operator=(const ArrayGuard&) = delete;
+  ~ArrayGuard() { delete[] p; }
+};
+
+void WriteAll(OutputFile& file, const uint8_t* bytes, uint32_t count) { file.Write(bytes, count); }
+
+// The pixels of the frame's size: the layer's own, or a resampled copy held in `scratch`.
+const uint16_t* FramePixels(const MergeState& state, const RawLayer& layer,
+                            ResampleTarget& scratch) {
+  if (layer.width == state.width && layer.height == state.height) {
+    return layer.pixels;
+  }
+  // Both factors in single precision, target over source.
+  const float scale_x = static_cast<float>(state.width) / static_cast<float>(layer.width);
+  const float scale_y = static_cast<float>(state.height) / static_cast<float>(layer.height);
+  if (layer.width > 0x7FFFFFFF || layer.height > 0x7FFFFFFF) {
+    throw RawLayerException(L"Unsupported scale factor");
+  }
+  Resampler resampler(static_cast<int32_t>(layer.width), static_cast<int32_t>(layer.height),
+                      layer.pixels, static_cast<float>(layer.width),
+                      static_cast<float>(layer.height), scale_x, scale_y);
+  resampler.target = &scratch;
+  resampler.Resample();
+  const auto width = static_cast<int32_t>(state.width);
+  const auto height = static_cast<int32_t>(state.height);
+  if (scratch.width != width || scratch.height != height) {
+    ResampleTarget fitted;
+    FitToSize(fitted, scratch.width, scratch.height, scratch.pixels, width, height);
+    delete[] scratch.pixels;
+    scratch.pixels = fitted.pixels;
+    scratch.cursor = nullptr;
+    scratch.width = fitted.width;
+    scratch.height = fitted.height;
+    fitted.pixels = nullptr;
+  }
+  return scratch.pixels;
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const wchar_t* file_name) {
+  size_t n = std::wcslen(file_name);
+  name = new wchar_t[n + 1];
+  std::wmemcpy(name, file_name, n + 1);
+  handle = PlatformOpenWrite(name);
+  if (handle < 0) {
+    uint32_t code = LastPlatformError();
+    std::unique_ptr<wchar_t[]> owned(name);
+    name = nullptr;
+    ThrowPlatformError(owned.get(), L"CreateFile", code);
+  }
+  size = PlatformFileSize(handle);
+  if (size == 0xFFFFFFFF) {
+    uint32_t code = LastPlatformError();
+    PlatformCloseFile(handle);
+    handle = -1;
+    std::unique_ptr<wchar_t[]> owned(name);
+    name = nullptr;
+    ThrowPlatformError(owned.get(), L"GetFileSize", code);
+  }
+}
+
+OutputFile::~OutputFile() {
+  delete[] name;
+  if (handle >= 0) {
+    PlatformCloseFile(handle);
+  }
+}
+
+void OutputFile::Truncate() {
+  if (!PlatformSeek(handle, 0)) {
+    ThrowPlatformError(name, L"SetFilePointer", LastPlatformError());
+  }
+  if (!PlatformTruncate(handle)) {
+    ThrowPlatformError(name, L"SetEndOfFile", LastPlatformError());
+  }
+  size = 0;
+  position = 0;
+}
+
+void OutputFile::Write(const uint8_t* bytes, uint32_t count) {
+  int64_t written = PlatformWrite(handle, bytes, count);
+  if (written < 0) {
+    ThrowPlatformError(name, L"WriteFile", LastPlatformError());
+  }
+  position += static_cast<uint32_t>(written);
+  if (position > size) {
+    size = position;
+  }
+  if (static_cast<uint64_t>(written) < count) {
+    ThrowPlatformError(name, L"WriteFile", PlatformDiskFullCode());
+  }
+}
+
+MergeState::~MergeState() {
+  for (int32_t i = 0; i < 4; ++i) {
+    delete components[i];
+    delete quant_tables[i];
+    delete reciprocal_tables[i];
+    delete dc_stats[i];
+    delete ac_stats[i];
+  }
+  delete[] entropy_data;
+}
+
+void Merge(OutputFile& file, const RawLayer& layer, const MarkerList& markers,
+           const PropertyList& overrides, const Background& background,
+           const wchar_t* temp_directory) {
+  file.Truncate();  // the old contents are gone from here on, whatever happens next
+  MergeState state;
+  state.temp_directory = temp_directory;
+  EncodeFrame(state, layer, markers, background);
+  // Every segment goes into one buffer first: the DHT segments need the finished statistics.
+  ByteBuffer out;
+  out.Reserve(1024);
+  out.AppendByte(0xFF);
+  out.AppendByte(0xD8);
+  for (uint32_t i = 0; i < markers.count; ++i) {
+    markers.items[i]->Write(state, layer, overrides, background, out);
+  }
+  WriteAll(file, out.data, static_cast<uint32_t>(out.length));
+  WriteAll(file, state.entropy_data, state.entropy_length);
+  out.length = 0;
+  out.AppendByte(0xFF);
+  out.AppendByte(0xD9);
+  WriteAll(file, out.data, static_cast<uint32_t>(out.length));
+}
+
+void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& markers,
+                 const Background& background) {
+  bool seen_frame = false;
+  bool seen_tables = false;
+  bool seen_scan = false;
+  for (uint32_t i = 0; i < markers.count; ++i) {
+    const JPEGReader::Marker* marker = markers.items[i];
+    if (dynamic_cast<const SOFMarker*>(marker) != nullptr) {
+      ReadFrame(*marker, state);
+      seen_frame = true;
+    } else if (dynamic_cast<const DQTMarker*>(marker) != nullptr) {
+      ReadQuantisation(*marker, state);
+      seen_tables = true;
+    } else if (dynamic_cast<const SOSMarker*>(marker) != nullptr) {
+      ReadScan(*marker, state);
+      seen_scan = true;
+    }
+  }
+  if (!seen_frame) {
+    throw RawLayerException(L"Missing SOF marker");
+  }
+  if (!seen_tables) {
+    throw RawLayerException(L"Missing DQT marker");
+  }
+  if (!seen_scan) {
+    throw RawLayerException(L"Missing SOS marker");
+  }
+
+  for (int32_t slot = 0; slot < 4; ++slot) {
+    ComponentInfo* c = state.components[slot];
+    if (c == nullptr) {
+      continue;
+    }
+    if (c->quant_index < 0 || c->quant_index > 3 ||
+        state.reciprocal_tables[c->quant_index] == nullptr) {
+      throw RawLayerException(L"Missing quantization table index");
+    }
+    c->quant_table = state.reciprocal_tables[c->quant_index];
+    if (c->dc_index < 0 || c->dc_index >= 4) {
+      throw RawLayerException(L"Missing Huffman table index");
+    }
+    if (state.dc_stats[c->dc_index] == nullptr) {
+      state.dc_stats[c->dc_index] = new HuffmanStats();
+    }
+    c->dc_table = nullptr;  // the encoder reads the statistics through the state
+    if (c->ac_index < 0 || c->ac_index > 3) {
+      throw RawLayerException(L"Missing Huffman table index");
+    }
+    if (state.ac_stats[c->ac_index] == nullptr) {
+      state.ac_stats[c->ac_index] = new HuffmanStats();
+    }
+  }
+
+  PlanMergeSampling(state);
+  if (state.width == 0 || state.height == 0) {
+    wchar_t message[200];
+    FormatBuffer(message, 200, L"Unsupported frame size (width=%u, height=%u)", state.width,
+                 state.height);
+    throw RawLayerException(message);
+  }
+
+  // The coefficient store: every block of the frame as 64 floats, MCU after MCU.
+  const uint64_t block_count =
+      static_cast<uint64_t>(state.blocks_per_mcu) * static_cast<uint64_t>(state.mcu_count);
+  // The resampled layer lives beside the store for a while: count it in before allocating.
+  if (layer.width != state.width || layer.height != state.height) {
+    CheckAllocation(block_count * 64 * sizeof(float) +
+                    static_cast<uint64_t>(state.width) * state.height * 4 * sizeof(uint16_t));
+  }
+  float* store = AllocateArray<float>(block_count * 64);
+  ArrayGuard<float> store_guard(store);
+
+  {
+    ResampleTarget scratch;
+    const uint16_t* pixels = FramePixels(state, layer, scratch);
+    if (pixels == layer.pixels) {
+      ConvertPixels(state, layer, store, background);
+    } else {
+      RawLayer sized;  // borrows the resampled pixels for the conversion
+      sized.width = state.width;
+      sized.height = state.height;
+      sized.pixels = scratch.pixels;
+      ConvertPixels(state, sized, store, background);
+      sized.pixels = nullptr;
+    }
+  }
+
+  // Forward DCT, block by block, each with its component's table: the blocks of an MCU come in
+  // ascending component id.
+  float* block = store;
+  for (int32_t m = 0; m < state.mcu_count; ++m) {
+    for (int32_t slot = 0; slot < 4; ++slot) {
+      const ComponentInfo* c = state.components[slot];
+      if (c == nullptr) {
+        continue;
+      }
+      for (int32_t k = 0; k < c->h * c->v; ++k) {
+        ForwardDCT(block, *c->quant_table);
+        block += 64;
+      }
+    }
+  }
+
+  // To 16-bit integers in place, densely from the front of the store: each float is read
+  // before its place is overwritten, since the integers are half as wide.
+  auto* coefficients = reinterpret_cast<int16_t*>(store);
+  const uint64_t values = block_count * 64;
+  for (uint64_t i = 0; i < values; ++i) {
+    const float x = store[i];
+    int16_t v = RoundCoefficient(x);
+    std::memcpy(reinterpret_cast<unsigned char*>(store) + i * sizeof(int16_t), &v, sizeof v);
+  }
+  EncodeScan(state, coefficients);
+}
+
+int16_t RoundCoefficient(float x) {
+  if (x >= 0.0f) {
+    const float t = x + 0.5f;
+    return t >= 32767.0f ? int16_t{32767} : static_cast<int16_t>(static_cast<int32_t>(t));
+  }
+  if (x < 0.0f) {
+    const float t = x - 0.5f;
+    return t <= -32767.0f ? int16_t{-32767} : static_cast<int16_t>(static_cast<int32_t>(t));
+  }
+  return 0;  // NaN, from a quantiser of 0
+}
+
+void ReadFrame(const JPEGReader::Marker& marker, MergeState& state) {
+  if (marker.code != 0xC0) {
+    throw RawLayerException(L"Merge only supports baseline Huffman");
+  }
+  const uint8_t* p = marker.payload;
+  if (p[0] != 8) {
+    wchar_t message[200];
+    FormatBuffer(message, 200, L"Unsupported image format (precision=%u)", unsigned{p[0]});
+    throw RawLayerException(message);
+  }
+  state.height = ReadBig16(p + 1);
+  state.width = ReadBig16(p + 3);
+  const int32_t count = p[5];
+  for (int32_t slot = 0; slot < 4; ++slot) {
+    delete state.components[slot];
+    state.components[slot] = nullptr;
+  }
+  for (int32_t i = 0; i < count; ++i) {
+    const uint8_t* record = p + 6 + 3 * i;
+    const uint8_t id = record[0];
+    if (id >= 4) {
+      throw RawLayerException(L"Invalid component ID");
+    }
+    if (state.components[id] == nullptr) {
+      state.components[id] = new ComponentInfo();
+    }
+    ComponentInfo* c = state.components[id];
+    c->h = record[1] >> 4;
+    c->v = record[1] & 0x0F;
+    c->quant_index = record[2];
+  }
+}
+
+void ReadQuantisation(const JPEGReader::Marker& marker, MergeState& state) {
+  const uint8_t* p = marker.payload;
+  int32_t position = 0;
+  while (position < marker.length) {
+    const uint8_t b = p[position++];
+    const int32_t index = b & 15;
+    if (index >= 4) {
+      throw RawLayerException(L"Invalid quantization table index");
+    }
+    if (state.quant_tables[index] != nullptr) {
+      throw RawLayerException(L"Duplicate quantization table index");
+    }
+    auto table = std::make_unique<QuantTable>();
+    const bool wide = (b & 0x10) != 0;
+    table->precision = wide ? 16 : 8;
+    for (int32_t k = 0; k < 64; ++k) {
+      uint32_t value;
+      if (wide) {
+        value = ReadBig16(p + position);
+        position += 2;
+      } else {
+        value = p[position];
+        position += 1;
+      }
+      table->values[zigzag[k]] = static_cast<float>(value);
+    }
+    auto reciprocal = std::make_unique<QuantTable>();
+    reciprocal->precision = 8;
+    for (int32_t i = 0; i < 64; ++i) {
+      reciprocal->values[i] = AANScale[i] / table->values[i];  // +infinity for a quantiser of 0
+    }
+    state.quant_tables[index] = table.release();
+    state.reciprocal_tables[index] = reciprocal.release();
+  }
+}
+
+void ReadScan(const JPEGReader::Marker& marker, MergeState& state) {
+  for (ComponentInfo* c : state.components) {
+    if (c != nullptr) {
+      c->dc_index = -1;
+      c->ac_index = -1;
+    }
+  }
+  const uint8_t* p = marker.payload;
+  const int32_t count = p[0];
+  for (int32_t i = 0; i < count; ++i) {
+    const uint8_t id = p[1 + 2 * i];
+    if (id >= 4) {
+      throw RawLayerException(L"Invalid component ID");
+    }
+    if (state.components[id] == nullptr) {
+      state.components[id] = new ComponentInfo();
+    }
+    ComponentInfo* c = state.components[id];
+    const uint8_t selectors = p[2 + 2 * i];
+    c->dc_index = selectors >> 4;
+    c->ac_index = selectors & 0x0F;
+  }
+  const uint8_t* tail = p + 1 + 2 * count;
+  if (tail[0] != 0 || tail[1] != 63 || tail[2] != 0) {
+    throw RawLayerException(L"Merge only supports baseline Huffman");
+  }
+}
+
+void PlanMergeSampling(MergeState& state) {
+  const ComponentInfo* const* c = state.components;
+  auto is = [](const ComponentInfo* info, int32_t h, int32_t v) {
+    return info != nullptr && info->h == h && info->v == v;
+  };
+  int32_t mode = 0;
+  if (c[0] == nullptr && c[1] != nullptr) {
+    if (c[2] == nullptr && c[3] == nullptr) {
+      mode = is(c[1], 1, 1) ? 5 : 0;
+    } else if (is(c[2], 1, 1) && is(c[3], 1, 1)) {
+      if (is(c[1], 1, 1)) {
+        mode = 1;
+      } else if (is(c[1], 2, 1)) {
+        mode = 2;
+      } else if (is(c[1], 1, 2)) {
+        mode = 3;
+      } else if (is(c[1], 2, 2)) {
+        mode = 4;
+      }
+    }
+  }
+  if (mode == 0) {
+    constexpr size_t kCapacity = 200;
+    wchar_t message[kCapacity];
+    size_t used = FormatBuffer(message, kCapacity, L"Unsupported sampling (");
+    for (int32_t slot = 0; slot < 4; ++slot) {
+      if (c[slot] != nullptr && used + 1 < kCapacity) {
+        used += FormatBuffer(message + used, kCapacity - used, L" comp %d: %d x %d", slot,
+                             c[slot]->h, c[slot]->v);
+      }
+    }
+    if (used + 1 < kCapacity) {
+      FormatBuffer(message + used, kCapacity - used, L" )");
+    }
+    throw RawLayerException(message);
+  }
+  static constexpr int32_t kGeometry[5][3] = {
+      {8, 8, 3}, {16, 8, 4}, {8, 16, 4}, {16, 16, 6}, {8, 8, 1}};
+  state.sampling_mode = mode;
+  state.mcu_width = kGeometry[mode - 1][0];
+  state.mcu_height = kGeometry[mode - 1][1];
+  state.blocks_per_mcu = kGeometry[mode - 1][2];
+  // The frame's sizes are at most 65535: nothing here wraps.
+  const uint32_t across = (state.width + static_cast<uint32_t>(state.mcu_width) - 1) /
+                          static_cast<uint32_t>(state.mcu_width);
+  const uint32_t down = (state.height + static_cast<uint32_t>(state.mcu_height) - 1) /
+                        static_cast<uint32_t>(state.mcu_height);
+  state.mcus_across = static_cast<int32_t>(across);
+  state.mcus_down = static_cast<int32_t>(down);
+  state.mcu_count = static_cast<int32_t>(across * down);
+}
+
+}  // namespace corvi

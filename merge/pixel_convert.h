@@ -1,0 +1,30 @@
+// Pixels to level-shifted 8 by 8 sample blocks: compositing over the background, RGB to YCbCr,
+// chroma downsampling and replication at the right and bottom edges.
+#pragma once
+
+#include <cstdint>
+
+namespace corvi {
+
+struct Background;
+struct MergeState;
+struct RawLayer;
+
+// Fills the coefficient store (`blocks`, MCU after MCU) from a layer of the frame's size.
+void ConvertPixels(const MergeState& state, const RawLayer& layer, float* blocks,
+                   const Background& background);
+
+struct YCbCr {
+  float y, cb, cr;
+};
+YCbCr PixelToYCbCr(const uint16_t* pixel, const Background& background);
+float PixelToGray(const uint16_t* pixel, const Background& background);
+
+// One MCU of each sampling mode from the pixel at its top left corner; `stride` in pixels.
+void ConvertMCU1(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
+void ConvertMCU2(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
+void ConvertMCU3(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
+void ConvertMCU4(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
+void ConvertMCU5(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
+
+}  // namespace corvi
