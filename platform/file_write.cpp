@@ -77,22 +77,20 @@ bool PlatformRenameFile(const wchar_t* from, const wchar_t* to) {
 }
 
 std::wstring PlatformMakeTempDirectory(const wchar_t* near) {
-  std::string base;
+  std::string pattern;
   if (near != nullptr) {
-    base = NativePath(near);
-    size_t slash = base.rfind('/');
-    base = slash == std::string::npos ? std::string(".") : base.substr(0, slash + 1);
-    if (base.empty()) {
-      base = "/";
+    pattern = NativePath(near);
+    const size_t slash = pattern.rfind('/');
+    pattern.resize(slash == std::string::npos ? 0 : slash + 1);
+    if (pattern.empty()) {
+      pattern.assign("./");
     }
   } else {
     const char* tmp = std::getenv("TMPDIR");
-    base = (tmp != nullptr && tmp[0] != 0) ? tmp : "/tmp";
+    pattern.assign(tmp != nullptr && tmp[0] != 0 ? tmp : "/tmp");
+    pattern.push_back('/');
   }
-  if (base.back() != '/') {
-    base += '/';
-  }
-  std::string pattern = base + ".corvi-XXXXXX";
+  pattern.append(".corvi-XXXXXX");
   if (mkdtemp(pattern.data()) == nullptr) {
     return std::wstring();
   }
