@@ -5,9 +5,15 @@
 #include <bit>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+
 #include "base/raw_layer.h"
 #include "decode/decode_state.h"
 #include "merge/merge.h"
+#include "platform/system_info.h"
 
 namespace corvi {
 namespace {
@@ -49,6 +55,7 @@ class BitSink {
   explicit BitSink(uint64_t expected) {
     capacity = expected < 4096 ? 4096 : expected;
     data = AllocateArray<uint8_t>(capacity);
+    AdviseHugePages(data, capacity);
   }
   BitSink(const BitSink&) = delete;
   BitSink& operator=(const BitSink&) = delete;
@@ -125,37 +132,51 @@ class BitSink {
   int32_t bits = 0;
 };
 
+// One block in zig-zag order, and the bit mask of its nonzero AC coefficients.
+struct ZigzagBlock {
+  int16_t values[64];
+  uint64_t nonzero;
+};
+
+inline void Gather(const int16_t* block, ZigzagBlock& out) {
+  for (int32_t k = 0; k < 64; ++k) {
+    out.values[k] = block[zigzag[k]];
+  }
+  out.nonzero = NonzeroMask(out.values);
+}
+
 // First pass over one block: counts its symbols.
 inline void CountBlock(const int16_t* block, int32_t& prediction, const BlockTables& tables) {
-  const int32_t dc = block[0];
+  ZigzagBlock z;
+  Gather(block, z);
+  const int32_t dc = z.values[0];
   const int32_t diff = dc - prediction;
   prediction = dc;
   tables.dc->entries[MagnitudeBits(diff)].frequency++;
   HuffmanStats::Entry* ac = tables.ac->entries;
-  int32_t run = 0;
-  for (int32_t k = 1; k < 64; ++k) {
-    const int32_t value = block[zigzag[k]];
-    if (value == 0) {
-      ++run;
-      continue;
-    }
+  int32_t last = 0;  // zig-zag index of the last coefficient coded
+  for (uint64_t mask = z.nonzero; mask != 0; mask &= mask - 1) {
+    const int32_t k = std::countr_zero(mask);
+    int32_t run = k - last - 1;
     if (run > 15) {
       const int32_t n = ((run - 16) / 16) + 1;
       ac[0xF0].frequency += n;
       run -= 16 * n;
     }
-    ac[run * 16 + MagnitudeBits(value)].frequency++;
-    run = 0;
+    ac[run * 16 + MagnitudeBits(z.values[k])].frequency++;
+    last = k;
   }
-  if (run > 0) {
-    ac[0x00].frequency++;
+  if (last != 63) {
+    ac[0x00].frequency++;  // zeros up to the end
   }
 }
 
 // Second pass over one block: puts out its codes and value bits.
 inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTables& tables,
                        BitSink& sink) {
-  const int32_t dc = block[0];
+  ZigzagBlock z;
+  Gather(block, z);
+  const int32_t dc = z.values[0];
   const int32_t diff = dc - prediction;
   prediction = dc;
   const int32_t category = MagnitudeBits(diff);
@@ -165,29 +186,52 @@ inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTab
     sink.Put(static_cast<uint32_t>(diff < 0 ? diff - 1 : diff), category);
   }
   const HuffmanStats::Entry* ac = tables.ac->entries;
-  int32_t run = 0;
-  for (int32_t k = 1; k < 64; ++k) {
-    const int32_t value = block[zigzag[k]];
-    if (value == 0) {
-      ++run;
-      continue;
-    }
+  int32_t last = 0;
+  for (uint64_t mask = z.nonzero; mask != 0; mask &= mask - 1) {
+    const int32_t k = std::countr_zero(mask);
+    int32_t run = k - last - 1;
     while (run > 15) {
       sink.Put(ac[0xF0].code, ac[0xF0].length);
       run -= 16;
     }
+    const int32_t value = z.values[k];
     const int32_t size = MagnitudeBits(value);
     const HuffmanStats::Entry& entry = ac[run * 16 + size];
     sink.Put(entry.code, entry.length);
     sink.Put(static_cast<uint32_t>(value < 0 ? value - 1 : value), size);
-    run = 0;
+    last = k;
   }
-  if (run > 0) {
+  if (last != 63) {
     sink.Put(ac[0x00].code, ac[0x00].length);
   }
 }
 
 }  // namespace
+
+uint64_t NonzeroMaskPlain(const int16_t* values) {
+  uint64_t nonzero = 0;
+  for (int32_t k = 1; k < 64; ++k) {
+    nonzero |= static_cast<uint64_t>(values[k] != 0) << k;
+  }
+  return nonzero;
+}
+
+uint64_t NonzeroMask(const int16_t* values) {
+#if defined(__SSE2__)
+  // Compare with zero eight at a time and pack the results into bytes for movemask.
+  const __m128i zero = _mm_setzero_si128();
+  uint64_t zeros = 0;
+  for (int32_t i = 0; i < 4; ++i) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(values + 16 * i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(values + 16 * i + 8));
+    const __m128i packed = _mm_packs_epi16(_mm_cmpeq_epi16(a, zero), _mm_cmpeq_epi16(b, zero));
+    zeros |= static_cast<uint64_t>(static_cast<uint32_t>(_mm_movemask_epi8(packed))) << (16 * i);
+  }
+  return ~zeros & ~uint64_t{1};
+#else
+  return NonzeroMaskPlain(values);
+#endif
+}
 
 void BuildHuffmanCode(HuffmanStats& stats) {
   HuffmanStats::Entry* e = stats.entries;

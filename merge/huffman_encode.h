@@ -21,6 +21,11 @@ struct HuffmanStats {
 // Fills length and code of every entry: lengths of at most 16 bits, no all-ones code.
 void BuildHuffmanCode(HuffmanStats& stats);
 
+// Bit k set where the k-th of 64 values (zig-zag order) is nonzero, for k from 1: the DC bit is
+// always clear. The vector form and the plain form give the same mask.
+uint64_t NonzeroMask(const int16_t* values);
+uint64_t NonzeroMaskPlain(const int16_t* values);
+
 // Counts the symbols of the frame's coefficients (blocks of 64 int16 in natural order, in MCU
 // order), builds every table, and writes the scan into `state.entropy_data`.
 void EncodeScan(MergeState& state, const int16_t* coefficients);

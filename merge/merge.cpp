@@ -19,6 +19,7 @@
 #include "platform/file_map.h"
 #include "platform/file_write.h"
 #include "platform/format.h"
+#include "platform/system_info.h"
 
 namespace corvi {
 namespace {
@@ -228,6 +229,7 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
   }
   float* store = AllocateArray<float>(block_count * 64);
   ArrayGuard<float> store_guard(store);
+  AdviseHugePages(store, block_count * 64 * sizeof(float));  // written once, front to back
 
   {
     ResampleTarget scratch;
@@ -245,43 +247,43 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
   }
 
   // Forward DCT, block by block, each with its component's table: the blocks of an MCU come in
-  // ascending component id.
-  float* block = store;
-  for (int32_t m = 0; m < state.mcu_count; ++m) {
-    for (int32_t slot = 0; slot < 4; ++slot) {
-      const ComponentInfo* c = state.components[slot];
-      if (c == nullptr) {
-        continue;
-      }
-      for (int32_t k = 0; k < c->h * c->v; ++k) {
-        ForwardDCT(block, *c->quant_table);
-        block += 64;
+  // ascending component id. Each block is then rounded to 16-bit integers, stored densely from
+  // the front of the same store: block b's integers take the bytes of float block b / 2, which
+  // has been transformed and read already, so doing both in one walk changes nothing.
+  const QuantTable* tables[6] = {};
+  {
+    int32_t n = 0;
+    for (const ComponentInfo* c : state.components) {
+      for (int32_t k = 0; c != nullptr && k < c->h * c->v && n < 6; ++k) {
+        tables[n++] = c->quant_table;
       }
     }
   }
-
-  // To 16-bit integers in place, densely from the front of the store: each float is read
-  // before its place is overwritten, since the integers are half as wide.
-  auto* coefficients = reinterpret_cast<int16_t*>(store);
-  const uint64_t values = block_count * 64;
-  for (uint64_t i = 0; i < values; ++i) {
-    const float x = store[i];
-    int16_t v = RoundCoefficient(x);
-    std::memcpy(reinterpret_cast<unsigned char*>(store) + i * sizeof(int16_t), &v, sizeof v);
+  auto* bytes = reinterpret_cast<unsigned char*>(store);
+  uint64_t b = 0;
+  for (int32_t m = 0; m < state.mcu_count; ++m) {
+    for (int32_t k = 0; k < state.blocks_per_mcu; ++k, ++b) {
+      float* block = store + b * 64;
+      ForwardDCT(block, *tables[k]);
+      int16_t rounded[64];
+      for (int32_t i = 0; i < 64; ++i) {
+        rounded[i] = RoundCoefficient(block[i]);
+      }
+      std::memcpy(bytes + b * sizeof rounded, rounded, sizeof rounded);
+    }
   }
+  const auto* coefficients = reinterpret_cast<const int16_t*>(store);
   EncodeScan(state, coefficients);
 }
 
 int16_t RoundCoefficient(float x) {
-  if (x >= 0.0f) {
-    const float t = x + 0.5f;
-    return t >= 32767.0f ? int16_t{32767} : static_cast<int16_t>(static_cast<int32_t>(t));
-  }
-  if (x < 0.0f) {
-    const float t = x - 0.5f;
-    return t <= -32767.0f ? int16_t{-32767} : static_cast<int16_t>(static_cast<int32_t>(t));
-  }
-  return 0;  // NaN, from a quantiser of 0
+  // Half away from zero: x + 0.5 for x >= 0, x - 0.5 (the same as x + -0.5) below; then the
+  // saturation, and NaN, from a quantiser of 0, to 0. Written without branches to vectorise.
+  float t = x + (x >= 0.0f ? 0.5f : -0.5f);
+  t = t > 32767.0f ? 32767.0f : t;
+  t = t < -32767.0f ? -32767.0f : t;
+  t = t == t ? t : 0.0f;
+  return static_cast<int16_t>(static_cast<int32_t>(t));
 }
 
 void ReadFrame(const JPEGReader::Marker& marker, MergeState& state) {
