@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
@@ -14,67 +13,18 @@
 #include <string>
 #include <vector>
 
-// jpeglib.h needs size_t and FILE declared before it.
-#include <jpeglib.h>
-
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
 #include "decode/decode_state.h"
 #include "jpeg/jpeg_reader.h"
 #include "tests/support/jpeg_builder.h"
+#include "tests/support/libjpeg_reference.h"
 
 namespace corvi {
 namespace {
 
-struct ErrorManager {
-  jpeg_error_mgr base;
-  std::jmp_buf jump;
-};
-
-void OnError(j_common_ptr info) {
-  std::longjmp(reinterpret_cast<ErrorManager*>(info->err)->jump, 1);
-}
-
-void OnMessage(j_common_ptr, int) {}  // warnings are counted, not printed
-
-struct Reference {
-  bool ok = false;
-  long warnings = 0;
-  uint32_t width = 0, height = 0;
-  std::vector<uint8_t> rgb;
-};
-
-// Decodes with libjpeg; no C++ object with a destructor lives between setjmp and longjmp.
-void DecodeWithLibjpeg(const test::Bytes& file, Reference& out) {
-  jpeg_decompress_struct info;
-  ErrorManager errors;
-  info.err = jpeg_std_error(&errors.base);
-  errors.base.error_exit = OnError;
-  errors.base.emit_message = OnMessage;
-  if (setjmp(errors.jump) != 0) {
-    jpeg_destroy_decompress(&info);
-    out.ok = false;
-    return;
-  }
-  jpeg_create_decompress(&info);
-  jpeg_mem_src(&info, file.data(), static_cast<unsigned long>(file.size()));
-  jpeg_read_header(&info, TRUE);
-  info.dct_method = JDCT_FLOAT;
-  info.do_fancy_upsampling = FALSE;
-  info.out_color_space = JCS_RGB;
-  jpeg_start_decompress(&info);
-  out.width = info.output_width;
-  out.height = info.output_height;
-  out.rgb.resize(size_t{out.width} * out.height * 3);
-  while (info.output_scanline < info.output_height) {
-    JSAMPROW row = out.rgb.data() + size_t{info.output_scanline} * out.width * 3;
-    jpeg_read_scanlines(&info, &row, 1);
-  }
-  jpeg_finish_decompress(&info);
-  out.warnings = errors.base.num_warnings;
-  jpeg_destroy_decompress(&info);
-  out.ok = true;
-}
+using test::DecodeWithLibjpeg;
+using test::Reference;
 
 // The SOF0 or SOF2 frame's component count, or 0 when the file has neither.
 uint32_t BaselineComponents(const MarkerList& markers) {
