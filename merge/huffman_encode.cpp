@@ -138,18 +138,27 @@ struct ZigzagBlock {
   uint64_t nonzero;
 };
 
-inline void Gather(const int16_t* block, ZigzagBlock& out) {
-  for (int32_t k = 0; k < 64; ++k) {
-    out.values[k] = block[zigzag[k]];
+// The block's values in zig-zag order: gathered from natural order, or taken as they stand.
+template <bool kZigzag>
+inline const int16_t* Gather(const int16_t* block, ZigzagBlock& out) {
+  if constexpr (kZigzag) {
+    out.nonzero = NonzeroMask(block);
+    return block;
+  } else {
+    for (int32_t k = 0; k < 64; ++k) {
+      out.values[k] = block[zigzag[k]];
+    }
+    out.nonzero = NonzeroMask(out.values);
+    return out.values;
   }
-  out.nonzero = NonzeroMask(out.values);
 }
 
 // First pass over one block: counts its symbols.
+template <bool kZigzag>
 inline void CountBlock(const int16_t* block, int32_t& prediction, const BlockTables& tables) {
   ZigzagBlock z;
-  Gather(block, z);
-  const int32_t dc = z.values[0];
+  const int16_t* values = Gather<kZigzag>(block, z);
+  const int32_t dc = values[0];
   const int32_t diff = dc - prediction;
   prediction = dc;
   tables.dc->entries[MagnitudeBits(diff)].frequency++;
@@ -163,7 +172,7 @@ inline void CountBlock(const int16_t* block, int32_t& prediction, const BlockTab
       ac[0xF0].frequency += n;
       run -= 16 * n;
     }
-    ac[run * 16 + MagnitudeBits(z.values[k])].frequency++;
+    ac[run * 16 + MagnitudeBits(values[k])].frequency++;
     last = k;
   }
   if (last != 63) {
@@ -172,11 +181,12 @@ inline void CountBlock(const int16_t* block, int32_t& prediction, const BlockTab
 }
 
 // Second pass over one block: puts out its codes and value bits.
+template <bool kZigzag>
 inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTables& tables,
                        BitSink& sink) {
   ZigzagBlock z;
-  Gather(block, z);
-  const int32_t dc = z.values[0];
+  const int16_t* values = Gather<kZigzag>(block, z);
+  const int32_t dc = values[0];
   const int32_t diff = dc - prediction;
   prediction = dc;
   const int32_t category = MagnitudeBits(diff);
@@ -194,7 +204,7 @@ inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTab
       sink.Put(ac[0xF0].code, ac[0xF0].length);
       run -= 16;
     }
-    const int32_t value = z.values[k];
+    const int32_t value = values[k];
     const int32_t size = MagnitudeBits(value);
     const HuffmanStats::Entry& entry = ac[run * 16 + size];
     sink.Put(entry.code, entry.length);
@@ -328,7 +338,8 @@ void BuildHuffmanCode(HuffmanStats& stats) {
   e[255].length = 0;  // the pseudo-symbol leaves; nobody holds the all-ones code
 }
 
-void EncodeScan(MergeState& state, const int16_t* coefficients) {
+template <bool kZigzag>
+void EncodeBlocks(MergeState& state, const int16_t* coefficients) {
   BlockTables plan[6];
   const int32_t blocks = PlanBlocks(state, plan);
   const uint64_t mcu_values = static_cast<uint64_t>(blocks) * 64;
@@ -339,7 +350,7 @@ void EncodeScan(MergeState& state, const int16_t* coefficients) {
     const int16_t* block = coefficients;
     for (int32_t m = 0; m < state.mcu_count; ++m) {
       for (int32_t b = 0; b < blocks; ++b) {
-        CountBlock(block + b * 64, predictions[plan[b].slot], plan[b]);
+        CountBlock<kZigzag>(block + b * 64, predictions[plan[b].slot], plan[b]);
       }
       block += mcu_values;
     }
@@ -360,7 +371,7 @@ void EncodeScan(MergeState& state, const int16_t* coefficients) {
     const int16_t* block = coefficients;
     for (int32_t m = 0; m < state.mcu_count; ++m) {
       for (int32_t b = 0; b < blocks; ++b) {
-        WriteBlock(block + b * 64, predictions[plan[b].slot], plan[b], sink);
+        WriteBlock<kZigzag>(block + b * 64, predictions[plan[b].slot], plan[b], sink);
       }
       block += mcu_values;
     }
@@ -369,6 +380,14 @@ void EncodeScan(MergeState& state, const int16_t* coefficients) {
   delete[] state.entropy_data;
   state.entropy_data = nullptr;
   state.entropy_data = sink.Release(state.entropy_length);
+}
+
+void EncodeScan(MergeState& state, const int16_t* coefficients) {
+  EncodeBlocks<false>(state, coefficients);
+}
+
+void EncodeScanZigzag(MergeState& state, const int16_t* coefficients) {
+  EncodeBlocks<true>(state, coefficients);
 }
 
 }  // namespace corvi

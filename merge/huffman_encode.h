@@ -29,5 +29,7 @@ uint64_t NonzeroMaskPlain(const int16_t* values);
 // Counts the symbols of the frame's coefficients (blocks of 64 int16 in natural order, in MCU
 // order), builds every table, and writes the scan into `state.entropy_data`.
 void EncodeScan(MergeState& state, const int16_t* coefficients);
+// The same, with every block's values already in zig-zag order.
+void EncodeScanZigzag(MergeState& state, const int16_t* coefficients);
 
 }  // namespace corvi

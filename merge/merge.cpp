@@ -249,7 +249,8 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
   // Forward DCT, block by block, each with its component's table: the blocks of an MCU come in
   // ascending component id. Each block is then rounded to 16-bit integers, stored densely from
   // the front of the same store: block b's integers take the bytes of float block b / 2, which
-  // has been transformed and read already, so doing both in one walk changes nothing.
+  // has been transformed and read already, so doing both in one walk changes nothing. The
+  // integers go in zig-zag order, the order in which the encoder reads them.
   const QuantTable* tables[6] = {};
   {
     int32_t n = 0;
@@ -266,14 +267,14 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
       float* block = store + b * 64;
       ForwardDCT(block, *tables[k]);
       int16_t rounded[64];
-      for (int32_t i = 0; i < 64; ++i) {
-        rounded[i] = RoundCoefficient(block[i]);
+      for (int32_t z = 0; z < 64; ++z) {
+        rounded[z] = RoundCoefficient(block[zigzag[z]]);  // stored in coded order
       }
       std::memcpy(bytes + b * sizeof rounded, rounded, sizeof rounded);
     }
   }
   const auto* coefficients = reinterpret_cast<const int16_t*>(store);
-  EncodeScan(state, coefficients);
+  EncodeScanZigzag(state, coefficients);
 }
 
 int16_t RoundCoefficient(float x) {

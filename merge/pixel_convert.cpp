@@ -4,6 +4,11 @@
 
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#include <xmmintrin.h>
+#endif
+
 #include "base/raw_layer.h"
 #include "merge/merge.h"
 
@@ -28,18 +33,23 @@ constexpr int32_t kScratchStride = 32;
 
 using ConvertMcu = void (*)(float*, const uint16_t*, int32_t, const Background&);
 
-// Converts the pixels of one MCU, `width` across and `height` down, into the three planes.
+// Converts the pixels of one MCU, `width` across and `height` down, into the three planes: four
+// opaque pixels at a time where the vector form exists, the others one by one.
 template <int32_t kWidth, int32_t kHeight>
 void ToPlanes(const uint16_t* pixels, int32_t stride, const Background& background,
               float (&y)[kHeight][kWidth], float (&cb)[kHeight][kWidth],
               float (&cr)[kHeight][kWidth]) {
   for (int32_t r = 0; r < kHeight; ++r) {
     const uint16_t* row = pixels + static_cast<int64_t>(r) * stride * 4;
-    for (int32_t c = 0; c < kWidth; ++c) {
-      const YCbCr v = PixelToYCbCr(row + c * 4, background);
-      y[r][c] = v.y;
-      cb[r][c] = v.cb;
-      cr[r][c] = v.cr;
+    for (int32_t c = 0; c < kWidth; c += 4) {
+      if (!OpaqueQuadToYCbCr(row + c * 4, &y[r][c], &cb[r][c], &cr[r][c])) {
+        for (int32_t i = c; i < c + 4; ++i) {
+          const YCbCr v = PixelToYCbCr(row + i * 4, background);
+          y[r][i] = v.y;
+          cb[r][i] = v.cb;
+          cr[r][i] = v.cr;
+        }
+      }
     }
   }
 }
@@ -53,6 +63,46 @@ void CopyBlock(const float (&plane)[kHeight][kWidth], int32_t top, int32_t left,
 }
 
 }  // namespace
+
+bool OpaqueQuadToYCbCr(const uint16_t* pixels, float* y, float* cb, float* cr) {
+#if defined(__SSE2__)
+  const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels));
+  const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels + 8));
+  // All four alphas 65535: every 16-bit lane of the alpha positions all ones.
+  const __m128i ones = _mm_cmpeq_epi16(_mm_and_si128(low, high), _mm_set1_epi16(-1));
+  if ((_mm_movemask_epi8(ones) & 0xC0C0) != 0xC0C0) {
+    return false;
+  }
+  // Widen to 32 bits and to float (exact below 2^24), then transpose to channel vectors.
+  const __m128i zero = _mm_setzero_si128();
+  __m128 p0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(low, zero));
+  __m128 p1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(low, zero));
+  __m128 p2 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(high, zero));
+  __m128 p3 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(high, zero));
+  _MM_TRANSPOSE4_PS(p0, p1, p2, p3);
+  const __m128 r = p0;
+  const __m128 g = p1;
+  const __m128 b = p2;
+  // The same operations in the same order as PixelToYCbCr, lane by lane.
+  const __m128 lowest = _mm_set1_ps(-128.0f);
+  const __m128 highest = _mm_set1_ps(127.0f);
+  auto clamp = [&](__m128 v) { return _mm_min_ps(_mm_max_ps(v, lowest), highest); };
+  auto weigh = [&](float wr, float wg, float wb) {
+    return _mm_add_ps(_mm_add_ps(_mm_mul_ps(r, _mm_set1_ps(wr)), _mm_mul_ps(g, _mm_set1_ps(wg))),
+                      _mm_mul_ps(b, _mm_set1_ps(wb)));
+  };
+  _mm_storeu_ps(y, clamp(_mm_sub_ps(weigh(kYR, kYG, kYB), _mm_set1_ps(128.0f))));
+  _mm_storeu_ps(cb, clamp(weigh(kCbR, kCbG, kCbB)));
+  _mm_storeu_ps(cr, clamp(weigh(kCrR, kCrG, kCrB)));
+  return true;
+#else
+  (void)pixels;
+  (void)y;
+  (void)cb;
+  (void)cr;
+  return false;
+#endif
+}
 
 YCbCr PixelToYCbCr(const uint16_t* pixel, const Background& background) {
   const uint32_t a = pixel[3];
@@ -102,15 +152,13 @@ float PixelToGray(const uint16_t* pixel, const Background& background) {
 
 void ConvertMCU1(float* blocks, const uint16_t* pixels, int32_t stride,
                  const Background& background) {
-  for (int32_t r = 0; r < 8; ++r) {
-    const uint16_t* row = pixels + static_cast<int64_t>(r) * stride * 4;
-    for (int32_t c = 0; c < 8; ++c) {
-      const YCbCr v = PixelToYCbCr(row + c * 4, background);
-      blocks[r * 8 + c] = v.y;
-      blocks[64 + r * 8 + c] = v.cb;
-      blocks[128 + r * 8 + c] = v.cr;
-    }
-  }
+  float y[8][8];
+  float cb[8][8];
+  float cr[8][8];
+  ToPlanes<8, 8>(pixels, stride, background, y, cb, cr);
+  std::memcpy(blocks, y, sizeof y);
+  std::memcpy(blocks + 64, cb, sizeof cb);
+  std::memcpy(blocks + 128, cr, sizeof cr);
 }
 
 void ConvertMCU2(float* blocks, const uint16_t* pixels, int32_t stride,

@@ -20,6 +20,10 @@ struct YCbCr {
 YCbCr PixelToYCbCr(const uint16_t* pixel, const Background& background);
 float PixelToGray(const uint16_t* pixel, const Background& background);
 
+// Four pixels at once when all four are opaque, with exactly the results of PixelToYCbCr; false,
+// and nothing written, when one is not or the machine has no vector form.
+bool OpaqueQuadToYCbCr(const uint16_t* pixels, float* y, float* cb, float* cr);
+
 // One MCU of each sampling mode from the pixel at its top left corner; `stride` in pixels.
 void ConvertMCU1(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
 void ConvertMCU2(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);

@@ -1,0 +1,62 @@
+// The vector forms of the rewriter give exactly what the plain forms give.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "base/raw_layer.h"
+#include "merge/huffman_encode.h"
+#include "merge/pixel_convert.h"
+
+namespace corvi {
+namespace {
+
+TEST(VectorPaths, OpaqueQuadsConvertLikeSinglePixels) {
+  std::mt19937 random(7);
+  std::uniform_int_distribution<int> channel(0, 65535);
+  const uint16_t edges[] = {0, 1, 255, 256, 32767, 32768, 65279, 65534, 65535};
+  const Background background{1000, 2000, 3000};
+  int vector_quads = 0;
+  for (int round = 0; round < 20000; ++round) {
+    uint16_t quad[16];
+    for (int i = 0; i < 16; ++i) {
+      quad[i] = static_cast<uint16_t>(round % 3 == 0 ? edges[random() % 9] : channel(random));
+    }
+    for (int p = 0; p < 4; ++p) {
+      quad[p * 4 + 3] = round % 5 == 0 && p == round % 4 ? edges[random() % 9] : 65535;
+    }
+    float y[4], cb[4], cr[4];
+    const bool opaque = quad[3] == 65535 && quad[7] == 65535 && quad[11] == 65535 &&
+                        quad[15] == 65535;
+    if (!OpaqueQuadToYCbCr(quad, y, cb, cr)) {
+      continue;  // a transparent pixel, or no vector form on this machine
+    }
+    ASSERT_TRUE(opaque) << round;  // never takes a quad with a transparent pixel
+    ++vector_quads;
+    for (int p = 0; p < 4; ++p) {
+      const YCbCr plain = PixelToYCbCr(quad + p * 4, background);
+      ASSERT_EQ(std::memcmp(&plain.y, &y[p], 4), 0) << round << "/" << p;
+      ASSERT_EQ(std::memcmp(&plain.cb, &cb[p], 4), 0) << round << "/" << p;
+      ASSERT_EQ(std::memcmp(&plain.cr, &cr[p], 4), 0) << round << "/" << p;
+    }
+  }
+#if defined(__SSE2__)
+  EXPECT_GT(vector_quads, 10000);
+#endif
+}
+
+TEST(VectorPaths, NonzeroMaskMatchesPlainForm) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 20000; ++round) {
+    int16_t values[64];
+    for (int16_t& v : values) {
+      const uint32_t r = random();
+      v = (r % 4 == 0) ? static_cast<int16_t>(static_cast<int32_t>(r >> 8) % 65535 - 32767) : 0;
+    }
+    ASSERT_EQ(NonzeroMask(values), NonzeroMaskPlain(values)) << round;
+    EXPECT_EQ(NonzeroMask(values) & 1, 0u);
+  }
+}
+
+}  // namespace
+}  // namespace corvi
