@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -370,6 +371,62 @@ TEST_F(MergeCommandTest, RewritesARealPhotoWithGpsOverrides) {
   EXPECT_NE(dump.out.find("\"S\"", at), std::string::npos);
   EXPECT_NE(dump.out.find(" 02 02 00 00\n"), std::string::npos);
   EXPECT_EQ(Listing(), (std::vector<std::string>{"out.jpg", "t.jpg"}));
+}
+
+}  // namespace
+}  // namespace corvi
+
+namespace corvi {
+namespace {
+
+// The sample's template with a restart interval before its scan.
+Bytes TemplateWithRestartInterval() {
+  Bytes bytes = test::MakeSampleTemplate();
+  for (size_t i = bytes.size() - 2; i > 2; --i) {  // the last SOS: the thumbnail has one too
+    if (bytes[i] == 0xFF && bytes[i + 1] == 0xDA) {
+      bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(i), {0xFF, 0xDD, 0, 4, 0, 4});
+      break;
+    }
+  }
+  return bytes;
+}
+
+// A 40x30 RGBA picture in 16-bit PAM: colour ramps with a transparent band, which shows the
+// background, and a half-transparent one.
+Bytes RampPicture() {
+  const std::string header =
+      "P7\nWIDTH 40\nHEIGHT 30\nDEPTH 4\nMAXVAL 65535\nTUPLTYPE RGB_ALPHA\nENDHDR\n";
+  Bytes bytes(header.begin(), header.end());
+  for (int y = 0; y < 30; ++y) {
+    for (int x = 0; x < 40; ++x) {
+      const int alpha = y >= 12 && y < 16 ? 0 : (x >= 30 ? 32768 : 65535);
+      for (int v : {x * 1600, y * 2100, (x + y) * 900, alpha}) {
+        bytes.push_back(static_cast<uint8_t>(v >> 8));
+        bytes.push_back(static_cast<uint8_t>(v));
+      }
+    }
+  }
+  return bytes;
+}
+
+// The whole dump of a rewrite: the rebuilt DHT segments, no DRI, the overrides, the new
+// thumbnail and its size, the decoded properties. To accept an intended change, run with
+// CORVI_UPDATE_GOLDEN=1 and review tests/golden/merge_end_to_end.txt as a diff.
+TEST_F(MergeCommandTest, RewriteDumpMatchesGoldenText) {
+  WriteBytes(work + "/template.jpg", TemplateWithRestartInterval());
+  WriteBytes(work + "/ramp.pam", RampPicture());
+  const Result r = Merge({"-b", "204060", "-p", "ramp.pam", "-s", "Model=golden", "-s",
+                          "0x11a=300/1", "template.jpg", "out.jpg"});
+  ExpectWrote(r, "out.jpg");
+  const Result dump = Inspect({"-d", "out.jpg"});
+  EXPECT_EQ(dump.out.find("DRI"), std::string::npos);
+  const std::string path = std::string(CORVI_GOLDEN_DIR) + "/merge_end_to_end.txt";
+  const char* update = std::getenv("CORVI_UPDATE_GOLDEN");
+  if (update != nullptr && std::string(update) == "1") {
+    std::ofstream(path, std::ios::binary) << dump.out;
+    return;
+  }
+  EXPECT_EQ(dump.out, Slurp(path));
 }
 
 }  // namespace
