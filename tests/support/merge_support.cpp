@@ -28,7 +28,8 @@ void MakeGradientLayer(RawLayer& layer, uint32_t width, uint32_t height) {
   }
 }
 
-MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background) {
+MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background,
+                       const PropertyList* overrides) {
   MergeOutput out;
   ScanResult scan = ScanBytes(jpeg);
   if (!scan.error.empty()) {
@@ -43,7 +44,8 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
     try {
       OutputFile file(path.wstring().c_str());
       try {
-        Merge(file, layer, *scan.markers, no_overrides, background, dir.wstring().c_str());
+        Merge(file, layer, *scan.markers, overrides != nullptr ? *overrides : no_overrides,
+              background, dir.wstring().c_str());
       } catch (const RawLayerException& e) {
         out.error = e.message != nullptr ? e.message : L"(null)";
       }

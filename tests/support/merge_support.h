@@ -19,7 +19,9 @@ struct MergeOutput {
   uint32_t size = 0;   // OutputFile bookkeeping after Merge
   uint32_t position = 0;
 };
-MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background);
+// Merges into a file that held other bytes; a thumbnail goes through a private directory.
+MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background,
+                       const PropertyList* overrides = nullptr);
 
 // Decodes with corvi's decoder; false when the stream does not scan or decode.
 bool DecodeBytes(const Bytes& jpeg, RawLayer& layer);
