@@ -181,7 +181,7 @@ std::string ReadTokens(const MergeState& state, int32_t blocks) {
       if (symbol < 0) {
         return out.append("?");
       }
-      char hex[4];
+      char hex[12];
       std::snprintf(hex, sizeof hex, "%02X", symbol);
       out.append(hex).append(value(symbol & 15)).append(" ");
       if (symbol == 0) {
