@@ -146,6 +146,8 @@ TEST(Merge, RefusesBeforeWritingAndAcceptsWhatItMay) {
        L"Image too large for this machine's memory"},
       {"unused DQT table, tables defined by no DHT", {.dqt = {{0, 1}, {3, 1}}}, L""},
       {"a second record of an id replaces the first", {.frame = {{1, 0x22, 5}, {1, 0x11, 0}}}, L""},
+      // Reciprocals of +infinity: coefficients saturate at 32767 or, for 0 times infinity, are 0.
+      {"quantiser 0", {.dqt = {{0, 0}}}, L""},
   };
   RawLayer layer;
   test::MakeGradientLayer(layer, 8, 8);
@@ -162,6 +164,32 @@ TEST(Merge, RefusesBeforeWritingAndAcceptsWhatItMay) {
     EXPECT_EQ(out.bytes.empty(), !c.error.empty());
     EXPECT_TRUE(out.bytes.empty() || test::ScanBytes(out.bytes).error.empty());
   }
+}
+
+TEST(Merge, SixteenBitQuantisersEncodeAndDecode) {
+  Bytes table{0x10};  // precision 16, index 0
+  for (int k = 0; k < 64; ++k) {
+    const uint16_t q = k == 0 ? 1 : (k < 10 ? 300 : 65535);
+    table.push_back(static_cast<uint8_t>(q >> 8));
+    table.push_back(static_cast<uint8_t>(q));
+  }
+  const Bytes jpeg = JpegBuilder()
+                         .Soi()
+                         .Segment(0xDB, table)
+                         .Sof(0xC0, 8, 16, 16, {{1, 0x11, 0}})
+                         .Dht(0, 0, {1}, {0})
+                         .Dht(1, 0, {1}, {0})
+                         .Sos({{1, 0x00}})
+                         .Entropy({0})
+                         .Eoi()
+                         .bytes();
+  RawLayer layer;
+  test::MakeGradientLayer(layer, 16, 16);
+  const test::MergeOutput out = test::MergeBytes(jpeg, layer, Background{});
+  ASSERT_EQ(out.error, L"");
+  RawLayer decoded;
+  ASSERT_TRUE(test::DecodeBytes(out.bytes, decoded));
+  EXPECT_EQ(decoded.width, 16u);
 }
 
 // The segments of a stream in order but DRI, which is counted, and the class and id of every
