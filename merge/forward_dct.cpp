@@ -2,6 +2,11 @@
 #include "merge/forward_dct.h"
 
 #include "decode/decode_state.h"
+#include "merge/merge.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace corvi {
 
@@ -77,6 +82,40 @@ void ForwardDCT(float* block, const QuantTable& reciprocal_table) {
   for (int32_t i = 0; i < 64; ++i) {
     block[i] = block[i] * reciprocal_table.values[i];
   }
+}
+
+void RoundBlockZigzagPlain(const float* block, int16_t* out) {
+  for (int32_t z = 0; z < 64; ++z) {
+    out[z] = RoundCoefficient(block[zigzag[z]]);
+  }
+}
+
+void RoundBlockZigzag(const float* block, int16_t* out) {
+#if defined(__SSE2__)
+  // x + 0.5 with the sign of x (x - 0.5 below zero; -0.0 gives 0 either way), NaN to 0, clamped
+  // to ±32767, truncated: RoundCoefficient four at a time.
+  int16_t natural[64];
+  const __m128 sign = _mm_set1_ps(-0.0f);
+  const __m128 half = _mm_set1_ps(0.5f);
+  const __m128 highest = _mm_set1_ps(32767.0f);
+  const __m128 lowest = _mm_set1_ps(-32767.0f);
+  for (int32_t i = 0; i < 64; i += 8) {
+    __m128i words[2];
+    for (int32_t j = 0; j < 2; ++j) {
+      const __m128 x = _mm_loadu_ps(block + i + 4 * j);
+      __m128 t = _mm_add_ps(x, _mm_or_ps(_mm_and_ps(x, sign), half));
+      t = _mm_and_ps(t, _mm_cmpord_ps(t, t));
+      t = _mm_min_ps(_mm_max_ps(t, lowest), highest);
+      words[j] = _mm_cvttps_epi32(t);
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(natural + i), _mm_packs_epi32(words[0], words[1]));
+  }
+  for (int32_t z = 0; z < 64; ++z) {
+    out[z] = natural[zigzag[z]];
+  }
+#else
+  RoundBlockZigzagPlain(block, out);
+#endif
 }
 
 }  // namespace corvi

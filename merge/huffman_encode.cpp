@@ -61,9 +61,9 @@ class BitSink {
   BitSink& operator=(const BitSink&) = delete;
   ~BitSink() { delete[] data; }
 
-  // Appends the low `n` bits of `value`, n from 0 to 16.
-  inline void Put(uint32_t value, int32_t n) {
-    acc = (acc << n) | (value & ((1u << n) - 1));
+  // Appends the low `n` bits of `value`, n from 0 to 32: a code and its value bits at once.
+  inline void Put(uint64_t value, int32_t n) {
+    acc = (acc << n) | (value & ((uint64_t{1} << n) - 1));
     bits += n;
     if (bits >= 32) {
       Drain();
@@ -191,10 +191,10 @@ inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTab
   prediction = dc;
   const int32_t category = MagnitudeBits(diff);
   const HuffmanStats::Entry& dc_entry = tables.dc->entries[category];
-  sink.Put(dc_entry.code, dc_entry.length);
-  if (category != 0) {
-    sink.Put(static_cast<uint32_t>(diff < 0 ? diff - 1 : diff), category);
-  }
+  // The code, then `category` value bits: the low bits of diff, or of diff - 1 when negative.
+  const uint64_t dc_bits = static_cast<uint32_t>(diff < 0 ? diff - 1 : diff) &
+                           ((uint64_t{1} << category) - 1);
+  sink.Put((uint64_t{dc_entry.code} << category) | dc_bits, dc_entry.length + category);
   const HuffmanStats::Entry* ac = tables.ac->entries;
   int32_t last = 0;
   for (uint64_t mask = z.nonzero; mask != 0; mask &= mask - 1) {
@@ -207,8 +207,9 @@ inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTab
     const int32_t value = values[k];
     const int32_t size = MagnitudeBits(value);
     const HuffmanStats::Entry& entry = ac[run * 16 + size];
-    sink.Put(entry.code, entry.length);
-    sink.Put(static_cast<uint32_t>(value < 0 ? value - 1 : value), size);
+    const uint64_t value_bits = static_cast<uint32_t>(value < 0 ? value - 1 : value) &
+                                ((uint64_t{1} << size) - 1);
+    sink.Put((uint64_t{entry.code} << size) | value_bits, entry.length + size);
     last = k;
   }
   if (last != 63) {
@@ -338,23 +339,31 @@ void BuildHuffmanCode(HuffmanStats& stats) {
   e[255].length = 0;  // the pseudo-symbol leaves; nobody holds the all-ones code
 }
 
+namespace {
+
+// The second pass: every block's codes and value bits, then the end of the scan.
 template <bool kZigzag>
-void EncodeBlocks(MergeState& state, const int16_t* coefficients) {
+void WritePass(MergeState& state, const int16_t* coefficients) {
   BlockTables plan[6];
   const int32_t blocks = PlanBlocks(state, plan);
   const uint64_t mcu_values = static_cast<uint64_t>(blocks) * 64;
-
-  // First pass: the statistics.
-  {
-    int32_t predictions[4] = {};
-    const int16_t* block = coefficients;
-    for (int32_t m = 0; m < state.mcu_count; ++m) {
-      for (int32_t b = 0; b < blocks; ++b) {
-        CountBlock<kZigzag>(block + b * 64, predictions[plan[b].slot], plan[b]);
-      }
-      block += mcu_values;
+  // A first guess of the size: a byte for every 16 coefficients.
+  BitSink sink(static_cast<uint64_t>(state.mcu_count) * mcu_values / 16);
+  int32_t predictions[4] = {};
+  const int16_t* block = coefficients;
+  for (int32_t m = 0; m < state.mcu_count; ++m) {
+    for (int32_t b = 0; b < blocks; ++b) {
+      WriteBlock<kZigzag>(block + b * 64, predictions[plan[b].slot], plan[b], sink);
     }
+    block += mcu_values;
   }
+  sink.Finish();
+  delete[] state.entropy_data;
+  state.entropy_data = nullptr;
+  state.entropy_data = sink.Release(state.entropy_length);
+}
+
+void BuildAllCodes(MergeState& state) {
   for (int32_t i = 0; i < 4; ++i) {
     if (state.dc_stats[i] != nullptr) {
       BuildHuffmanCode(*state.dc_stats[i]);
@@ -363,31 +372,31 @@ void EncodeBlocks(MergeState& state, const int16_t* coefficients) {
       BuildHuffmanCode(*state.ac_stats[i]);
     }
   }
-
-  // Second pass: the bits. A first guess of the size: a byte for every 16 coefficients.
-  BitSink sink(static_cast<uint64_t>(state.mcu_count) * mcu_values / 16);
-  {
-    int32_t predictions[4] = {};
-    const int16_t* block = coefficients;
-    for (int32_t m = 0; m < state.mcu_count; ++m) {
-      for (int32_t b = 0; b < blocks; ++b) {
-        WriteBlock<kZigzag>(block + b * 64, predictions[plan[b].slot], plan[b], sink);
-      }
-      block += mcu_values;
-    }
-  }
-  sink.Finish();
-  delete[] state.entropy_data;
-  state.entropy_data = nullptr;
-  state.entropy_data = sink.Release(state.entropy_length);
 }
+
+}  // namespace
 
 void EncodeScan(MergeState& state, const int16_t* coefficients) {
-  EncodeBlocks<false>(state, coefficients);
+  BlockTables plan[6];
+  const int32_t blocks = PlanBlocks(state, plan);
+  int32_t predictions[4] = {};
+  const int16_t* block = coefficients;
+  for (int32_t m = 0; m < state.mcu_count; ++m) {
+    for (int32_t b = 0; b < blocks; ++b, block += 64) {
+      CountBlock<false>(block, predictions[plan[b].slot], plan[b]);
+    }
+  }
+  BuildAllCodes(state);
+  WritePass<false>(state, coefficients);
 }
 
-void EncodeScanZigzag(MergeState& state, const int16_t* coefficients) {
-  EncodeBlocks<true>(state, coefficients);
+void CountSymbols(const int16_t* block, int32_t& prediction, HuffmanStats& dc, HuffmanStats& ac) {
+  CountBlock<true>(block, prediction, BlockTables{&dc, &ac, 0});
+}
+
+void WriteScanZigzag(MergeState& state, const int16_t* coefficients) {
+  BuildAllCodes(state);
+  WritePass<true>(state, coefficients);
 }
 
 }  // namespace corvi

@@ -29,7 +29,10 @@ uint64_t NonzeroMaskPlain(const int16_t* values);
 // Counts the symbols of the frame's coefficients (blocks of 64 int16 in natural order, in MCU
 // order), builds every table, and writes the scan into `state.entropy_data`.
 void EncodeScan(MergeState& state, const int16_t* coefficients);
-// The same, with every block's values already in zig-zag order.
-void EncodeScanZigzag(MergeState& state, const int16_t* coefficients);
+// The two passes apart, for blocks whose values stand in zig-zag order: the first pass for one
+// block, counting its symbols with the component's prediction and tables; then the codes of
+// every table and the second pass over all blocks.
+void CountSymbols(const int16_t* block, int32_t& prediction, HuffmanStats& dc, HuffmanStats& ac);
+void WriteScanZigzag(MergeState& state, const int16_t* coefficients);
 
 }  // namespace corvi

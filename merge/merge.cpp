@@ -219,62 +219,75 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
     throw RawLayerException(message);
   }
 
-  // The coefficient store: every block of the frame as 64 floats, MCU after MCU.
+  if (layer.pixels == nullptr && layer.width != 0 && layer.height != 0) {
+    throw RawLayerException(L"Layer has no pixels");  // a header-only decode, say
+  }
+
+  // The coefficient store holds every block of the frame. It is refused, before anything is
+  // allocated, where 64 floats a block would not fit, with a resampled layer beside them. What
+  // is kept is 16-bit: one row of MCUs at a time is converted to float samples, transformed,
+  // rounded and counted before the next, which gives the same integers as converting the whole
+  // frame first, since every block stands alone.
   const uint64_t block_count =
       static_cast<uint64_t>(state.blocks_per_mcu) * static_cast<uint64_t>(state.mcu_count);
-  // The resampled layer lives beside the store for a while: count it in before allocating.
+  uint64_t needed = block_count * 64 * sizeof(float);
   if (layer.width != state.width || layer.height != state.height) {
-    CheckAllocation(block_count * 64 * sizeof(float) +
-                    static_cast<uint64_t>(state.width) * state.height * 4 * sizeof(uint16_t));
+    needed += static_cast<uint64_t>(state.width) * state.height * 4 * sizeof(uint16_t);
   }
-  float* store = AllocateArray<float>(block_count * 64);
-  ArrayGuard<float> store_guard(store);
-  AdviseHugePages(store, block_count * 64 * sizeof(float));  // written once, front to back
+  CheckAllocation(needed);
+  int16_t* coefficients = AllocateArray<int16_t>(block_count * 64);
+  ArrayGuard<int16_t> coefficients_guard(coefficients);
+  AdviseHugePages(coefficients, block_count * 64 * sizeof(int16_t));  // written once, in order
+  const uint64_t row_floats =
+      static_cast<uint64_t>(state.mcus_across) * static_cast<uint64_t>(state.blocks_per_mcu) * 64;
+  float* row_blocks = AllocateArray<float>(row_floats);
+  ArrayGuard<float> row_guard(row_blocks);
 
-  {
-    ResampleTarget scratch;
-    const uint16_t* pixels = FramePixels(state, layer, scratch);
-    if (pixels == layer.pixels) {
-      ConvertPixels(state, layer, store, background);
-    } else {
-      RawLayer sized;  // borrows the resampled pixels for the conversion
-      sized.width = state.width;
-      sized.height = state.height;
-      sized.pixels = scratch.pixels;
-      ConvertPixels(state, sized, store, background);
-      sized.pixels = nullptr;
-    }
-  }
-
-  // Forward DCT, block by block, each with its component's table: the blocks of an MCU come in
-  // ascending component id. Each block is then rounded to 16-bit integers, stored densely from
-  // the front of the same store: block b's integers take the bytes of float block b / 2, which
-  // has been transformed and read already, so doing both in one walk changes nothing. The
-  // integers go in zig-zag order, the order in which the encoder reads them.
+  // Each block of an MCU with its component's tables and prediction: luminance blocks first, then
+  // Cb, then Cr, which is ascending component id.
   const QuantTable* tables[6] = {};
+  HuffmanStats* dc[6] = {};
+  HuffmanStats* ac[6] = {};
+  int32_t slots[6] = {};
   {
     int32_t n = 0;
-    for (const ComponentInfo* c : state.components) {
-      for (int32_t k = 0; c != nullptr && k < c->h * c->v && n < 6; ++k) {
-        tables[n++] = c->quant_table;
+    for (int32_t slot = 0; slot < 4; ++slot) {
+      const ComponentInfo* c = state.components[slot];
+      for (int32_t k = 0; c != nullptr && k < c->h * c->v && n < 6; ++k, ++n) {
+        tables[n] = c->quant_table;
+        dc[n] = state.dc_stats[c->dc_index];
+        ac[n] = state.ac_stats[c->ac_index];
+        slots[n] = slot;
       }
     }
   }
-  auto* bytes = reinterpret_cast<unsigned char*>(store);
-  uint64_t b = 0;
-  for (int32_t m = 0; m < state.mcu_count; ++m) {
-    for (int32_t k = 0; k < state.blocks_per_mcu; ++k, ++b) {
-      float* block = store + b * 64;
-      ForwardDCT(block, *tables[k]);
-      int16_t rounded[64];
-      for (int32_t z = 0; z < 64; ++z) {
-        rounded[z] = RoundCoefficient(block[zigzag[z]]);  // stored in coded order
+
+  ResampleTarget scratch;
+  const uint16_t* pixels = FramePixels(state, layer, scratch);
+  RawLayer sized;  // the frame's pixels, borrowed: the layer's own or the resampled ones
+  sized.width = state.width;
+  sized.height = state.height;
+  sized.pixels = const_cast<uint16_t*>(pixels);
+  int32_t predictions[4] = {};
+  int16_t* out = coefficients;
+  try {
+    for (int32_t row = 0; row < state.mcus_down; ++row) {
+      ConvertPixelRow(state, sized, row, row_blocks, background);
+      float* block = row_blocks;
+      for (int32_t m = 0; m < state.mcus_across; ++m) {
+        for (int32_t k = 0; k < state.blocks_per_mcu; ++k, block += 64, out += 64) {
+          ForwardDCT(block, *tables[k]);
+          RoundBlockZigzag(block, out);  // stored in coded order
+          CountSymbols(out, predictions[slots[k]], *dc[k], *ac[k]);
+        }
       }
-      std::memcpy(bytes + b * sizeof rounded, rounded, sizeof rounded);
     }
+  } catch (...) {
+    sized.pixels = nullptr;
+    throw;
   }
-  const auto* coefficients = reinterpret_cast<const int16_t*>(store);
-  EncodeScanZigzag(state, coefficients);
+  sized.pixels = nullptr;
+  WriteScanZigzag(state, coefficients);
 }
 
 int16_t RoundCoefficient(float x) {

@@ -228,8 +228,8 @@ void ConvertMCU5(float* blocks, const uint16_t* pixels, int32_t stride,
   }
 }
 
-void ConvertPixels(const MergeState& state, const RawLayer& layer, float* blocks,
-                   const Background& background) {
+void ConvertPixelRow(const MergeState& state, const RawLayer& layer, int32_t row, float* blocks,
+                     const Background& background) {
   static constexpr ConvertMcu kConverters[5] = {ConvertMCU1, ConvertMCU2, ConvertMCU3,
                                                 ConvertMCU4, ConvertMCU5};
   const ConvertMcu convert = kConverters[state.sampling_mode - 1];
@@ -239,29 +239,35 @@ void ConvertPixels(const MergeState& state, const RawLayer& layer, float* blocks
   uint16_t scratch[kScratchStride * kScratchStride * 4];
   float* out = blocks;
   const size_t mcu_floats = static_cast<size_t>(state.blocks_per_mcu) * 64;
-  int64_t y = 0;
-  for (int32_t row = 0; row < state.mcus_down; ++row) {
-    int64_t x = 0;
-    for (int32_t column = 0; column < state.mcus_across; ++column) {
-      if (x + state.mcu_width <= width && y + state.mcu_height <= height) {
-        convert(out, layer.pixels + (y * width + x) * 4, stride, background);
-      } else {
-        // The last real column and row repeat; the corner pixel fills the corner.
-        for (int32_t r = 0; r < state.mcu_height; ++r) {
-          const int64_t source_row = y + (r < height - y - 1 ? r : height - y - 1);
-          for (int32_t c = 0; c < state.mcu_width; ++c) {
-            const int64_t source_column = x + (c < width - x - 1 ? c : width - x - 1);
-            std::memcpy(scratch + (r * kScratchStride + c) * 4,
-                        layer.pixels + (source_row * width + source_column) * 4,
-                        4 * sizeof(uint16_t));
-          }
+  const int64_t y = int64_t{row} * state.mcu_height;
+  int64_t x = 0;
+  for (int32_t column = 0; column < state.mcus_across; ++column) {
+    if (x + state.mcu_width <= width && y + state.mcu_height <= height) {
+      convert(out, layer.pixels + (y * width + x) * 4, stride, background);
+    } else {
+      // The last real column and row repeat; the corner pixel fills the corner.
+      for (int32_t r = 0; r < state.mcu_height; ++r) {
+        const int64_t source_row = y + (r < height - y - 1 ? r : height - y - 1);
+        for (int32_t c = 0; c < state.mcu_width; ++c) {
+          const int64_t source_column = x + (c < width - x - 1 ? c : width - x - 1);
+          std::memcpy(scratch + (r * kScratchStride + c) * 4,
+                      layer.pixels + (source_row * width + source_column) * 4,
+                      4 * sizeof(uint16_t));
         }
-        convert(out, scratch, kScratchStride, background);
       }
-      out += mcu_floats;
-      x += state.mcu_width;
+      convert(out, scratch, kScratchStride, background);
     }
-    y += state.mcu_height;
+    out += mcu_floats;
+    x += state.mcu_width;
+  }
+}
+
+void ConvertPixels(const MergeState& state, const RawLayer& layer, float* blocks,
+                   const Background& background) {
+  const size_t row_floats =
+      static_cast<size_t>(state.mcus_across) * static_cast<size_t>(state.blocks_per_mcu) * 64;
+  for (int32_t row = 0; row < state.mcus_down; ++row) {
+    ConvertPixelRow(state, layer, row, blocks + row * row_floats, background);
   }
 }
 

@@ -13,6 +13,9 @@ struct RawLayer;
 // Fills the coefficient store (`blocks`, MCU after MCU) from a layer of the frame's size.
 void ConvertPixels(const MergeState& state, const RawLayer& layer, float* blocks,
                    const Background& background);
+// The same for one row of MCUs: `blocks` takes `mcus_across` MCUs.
+void ConvertPixelRow(const MergeState& state, const RawLayer& layer, int32_t row, float* blocks,
+                     const Background& background);
 
 struct YCbCr {
   float y, cb, cr;

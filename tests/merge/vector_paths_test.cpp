@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 #include <random>
 
 #include "base/raw_layer.h"
+#include "merge/forward_dct.h"
 #include "merge/huffman_encode.h"
 #include "merge/pixel_convert.h"
 
@@ -55,6 +57,36 @@ TEST(VectorPaths, NonzeroMaskMatchesPlainForm) {
     }
     ASSERT_EQ(NonzeroMask(values), NonzeroMaskPlain(values)) << round;
     EXPECT_EQ(NonzeroMask(values) & 1, 0u);
+  }
+}
+
+}  // namespace
+}  // namespace corvi
+
+namespace corvi {
+namespace {
+
+TEST(VectorPaths, BlockRoundingMatchesPlainForm) {
+  std::mt19937 random(5);
+  std::uniform_real_distribution<float> wide(-70000.0f, 70000.0f);
+  std::uniform_real_distribution<float> narrow(-4.0f, 4.0f);
+  const float specials[] = {0.0f,     -0.0f,     0.5f,     -0.5f,     2.5f,      -2.5f,
+                            32766.5f, 32767.0f,  -32767.5f, 1e30f,    -1e30f,    0.49999997f,
+                            std::numeric_limits<float>::infinity(),
+                            -std::numeric_limits<float>::infinity(),
+                            std::numeric_limits<float>::quiet_NaN()};
+  for (int round = 0; round < 5000; ++round) {
+    float block[64];
+    for (int i = 0; i < 64; ++i) {
+      block[i] = round % 3 == 0   ? specials[random() % 15]
+                 : round % 3 == 1 ? narrow(random)
+                                  : wide(random);
+    }
+    int16_t vector[64];
+    int16_t plain[64];
+    RoundBlockZigzag(block, vector);
+    RoundBlockZigzagPlain(block, plain);
+    ASSERT_EQ(std::memcmp(vector, plain, sizeof plain), 0) << round;
   }
 }
 
