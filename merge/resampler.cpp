@@ -85,35 +85,29 @@ void Resampler::Resample() {
       uint64_t sum_g = 0;
       uint64_t sum_b = 0;
       uint32_t sum_a = 0;
+      // A tap's colour counts in proportion to its alpha.
+      auto add_tap = [&](int32_t r, int32_t c) {
+        const uint16_t* p = source_pixels + static_cast<uint64_t>(r) * stride +
+                            static_cast<uint64_t>(c) * 4;
+        const uint32_t a = p[3];
+        sum_r += uint64_t{p[0]} * a;
+        sum_g += uint64_t{p[1]} * a;
+        sum_b += uint64_t{p[2]} * a;
+        sum_a += a;
+      };
       if (rows_inside && columns[0] >= 0 && columns[2] < source_width) {
         // An interior pixel: all nine taps inside, no test for each.
         for (int32_t r : rows) {
-          const uint16_t* row = source_pixels + static_cast<uint64_t>(r) * stride;
           for (int32_t c : columns) {
-            const uint16_t* p = row + static_cast<uint64_t>(c) * 4;
-            const uint32_t a = p[3];
-            sum_r += uint64_t{p[0]} * a;
-            sum_g += uint64_t{p[1]} * a;
-            sum_b += uint64_t{p[2]} * a;
-            sum_a += a;
+            add_tap(r, c);
           }
         }
       } else {
         for (int32_t r : rows) {
-          if (r < 0 || r >= source_height) {
-            continue;
-          }
-          const uint16_t* row = source_pixels + static_cast<uint64_t>(r) * stride;
           for (int32_t c : columns) {
-            if (c < 0 || c >= source_width) {
-              continue;
+            if (r >= 0 && r < source_height && c >= 0 && c < source_width) {
+              add_tap(r, c);
             }
-            const uint16_t* p = row + static_cast<uint64_t>(c) * 4;
-            const uint32_t a = p[3];
-            sum_r += uint64_t{p[0]} * a;
-            sum_g += uint64_t{p[1]} * a;
-            sum_b += uint64_t{p[2]} * a;
-            sum_a += a;
           }
         }
       }

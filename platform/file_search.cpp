@@ -55,6 +55,17 @@ std::wstring DecodeArgument(const char* argument) {
   return DecodeUtf8(argument, std::strlen(argument));
 }
 
+WideArguments::WideArguments(int argc, char** argv) {
+  storage.reserve(static_cast<size_t>(argc));
+  for (int i = 0; i < argc; ++i) {
+    storage.push_back(DecodeArgument(argv[i]));
+  }
+  for (std::wstring& argument : storage) {
+    pointers.push_back(argument.data());
+  }
+  pointers.push_back(nullptr);
+}
+
 bool FileSearch::First(const wchar_t* pattern, FindData& entry) {
   Close();
   std::wstring text(pattern);

@@ -42,4 +42,16 @@ class FileSearch {
 // Decodes a command-line argument: UTF-8, with each byte of an invalid sequence as U+DC80 + byte.
 std::wstring DecodeArgument(const char* argument);
 
+// All of a main routine's arguments decoded, as a null-terminated array of wide strings that
+// lives as long as this object.
+class WideArguments {
+ public:
+  WideArguments(int argc, char** argv);
+  wchar_t** data() { return pointers.data(); }
+
+ private:
+  std::vector<std::wstring> storage;
+  std::vector<wchar_t*> pointers;
+};
+
 }  // namespace corvi

@@ -1,8 +1,6 @@
 // corvi-merge run as a process: options, exit statuses and messages, the safe replacement of
 // OUTPUT, and the result read back with the inspector and the decoder.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +17,7 @@
 #include "jpeg/jpeg_reader.h"
 #include "platform/format.h"
 #include "tests/support/jpeg_builder.h"
+#include "tests/support/process.h"
 #include "tests/support/sample_jpeg.h"
 #include "tests/support/tiff_builder.h"
 
@@ -27,15 +26,8 @@ namespace {
 
 using test::Bytes;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
-
-std::string Slurp(const std::string& path) {
-  Bytes bytes = test::ReadFile(path);
-  return std::string(bytes.begin(), bytes.end());
-}
+using Result = test::ProcessResult;
+using test::Slurp;
 
 void WriteBytes(const std::string& path, const Bytes& bytes) {
   std::ofstream(path, std::ios::binary)
@@ -45,33 +37,6 @@ void WriteBytes(const std::string& path, const Bytes& bytes) {
 
 void WriteText(const std::string& path, const std::string& text) {
   WriteBytes(path, Bytes(text.begin(), text.end()));
-}
-
-// Runs `program` in `cwd`; standard output and error go to files beside `cwd`.
-Result RunProgram(const char* program, const std::string& cwd,
-                  const std::vector<std::string>& args) {
-  const std::string out_path = cwd + "/../stdout.txt";
-  const std::string err_path = cwd + "/../stderr.txt";
-  pid_t pid = fork();
-  if (pid == 0) {
-    int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (out < 0 || err < 0 || chdir(cwd.c_str()) != 0) {
-      _exit(127);
-    }
-    dup2(out, 1);
-    dup2(err, 2);
-    std::vector<char*> argv = {const_cast<char*>(program)};
-    for (const std::string& a : args) {
-      argv.push_back(const_cast<char*>(a.c_str()));
-    }
-    argv.push_back(nullptr);
-    execv(program, argv.data());
-    _exit(126);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out_path), Slurp(err_path)};
 }
 
 const std::string kUsage =
@@ -131,10 +96,10 @@ class MergeCommandTest : public testing::Test {
   void TearDown() override { std::filesystem::remove_all(work + "/.."); }
 
   Result Merge(const std::vector<std::string>& args) {
-    return RunProgram(CORVI_MERGE_PATH, work, args);
+    return test::RunProgram(CORVI_MERGE_PATH, "corvi-merge", work, args);
   }
   Result Inspect(const std::vector<std::string>& args) {
-    return RunProgram(CORVI_TOOL_PATH, work, args);
+    return test::RunProgram(CORVI_TOOL_PATH, "corvi", work, args);
   }
 
   std::vector<std::string> Listing() const {

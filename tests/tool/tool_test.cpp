@@ -1,15 +1,14 @@
 // The command line run as a process: options, the walk, the per-file pipeline and its output on
 // standard output and standard error, and the exit status.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/process.h"
 #include "tests/support/segment_cases.h"
 
 namespace corvi {
@@ -17,15 +16,7 @@ namespace {
 
 using test::Bytes;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
-
-std::string Slurp(const std::string& path) {
-  Bytes bytes = test::ReadFile(path);
-  return std::string(bytes.begin(), bytes.end());
-}
+using Result = test::ProcessResult;
 
 void Write(const std::string& path, const Bytes& bytes) {
   std::ofstream(path, std::ios::binary)
@@ -33,30 +24,9 @@ void Write(const std::string& path, const Bytes& bytes) {
              static_cast<std::streamsize>(bytes.size()));
 }
 
-// Runs the tool in `cwd` with argv[0] "corvi"; standard output and error go to files.
+// Runs the tool in `cwd` with argv[0] "corvi".
 Result RunTool(const std::string& cwd, const std::vector<std::string>& args) {
-  std::string out_path = cwd + "/../stdout.txt";
-  std::string err_path = cwd + "/../stderr.txt";
-  pid_t pid = fork();
-  if (pid == 0) {
-    int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (out < 0 || err < 0 || chdir(cwd.c_str()) != 0) {
-      _exit(127);
-    }
-    dup2(out, 1);
-    dup2(err, 2);
-    std::vector<char*> argv = {const_cast<char*>("corvi")};
-    for (const std::string& a : args) {
-      argv.push_back(const_cast<char*>(a.c_str()));
-    }
-    argv.push_back(nullptr);
-    execv(CORVI_TOOL_PATH, argv.data());
-    _exit(126);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out_path), Slurp(err_path)};
+  return test::RunProgram(CORVI_TOOL_PATH, "corvi", cwd, args);
 }
 
 const Bytes kSmallest = {0xFF, 0xD8, 0xFF, 0xD9};
