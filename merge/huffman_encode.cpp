@@ -9,7 +9,6 @@
 #include <emmintrin.h>
 #endif
 
-
 #include "base/raw_layer.h"
 #include "decode/decode_state.h"
 #include "merge/merge.h"
@@ -20,8 +19,8 @@ namespace {
 
 // Bits in the magnitude of `value`: 0 for 0.
 inline int32_t MagnitudeBits(int32_t value) {
-  const uint32_t magnitude = value < 0 ? 0u - static_cast<uint32_t>(value)
-                                       : static_cast<uint32_t>(value);
+  const uint32_t magnitude =
+      value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
   return 32 - std::countl_zero(magnitude);
 }
 
@@ -192,8 +191,8 @@ inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTab
   const int32_t category = MagnitudeBits(diff);
   const HuffmanStats::Entry& dc_entry = tables.dc->entries[category];
   // The code, then `category` value bits: the low bits of diff, or of diff - 1 when negative.
-  const uint64_t dc_bits = static_cast<uint32_t>(diff < 0 ? diff - 1 : diff) &
-                           ((uint64_t{1} << category) - 1);
+  const uint64_t dc_bits =
+      static_cast<uint32_t>(diff < 0 ? diff - 1 : diff) & ((uint64_t{1} << category) - 1);
   sink.Put((uint64_t{dc_entry.code} << category) | dc_bits, dc_entry.length + category);
   const HuffmanStats::Entry* ac = tables.ac->entries;
   int32_t last = 0;
@@ -207,8 +206,8 @@ inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTab
     const int32_t value = values[k];
     const int32_t size = MagnitudeBits(value);
     const HuffmanStats::Entry& entry = ac[run * 16 + size];
-    const uint64_t value_bits = static_cast<uint32_t>(value < 0 ? value - 1 : value) &
-                                ((uint64_t{1} << size) - 1);
+    const uint64_t value_bits =
+        static_cast<uint32_t>(value < 0 ? value - 1 : value) & ((uint64_t{1} << size) - 1);
     sink.Put((uint64_t{entry.code} << size) | value_bits, entry.length + size);
     last = k;
   }

@@ -34,7 +34,9 @@ struct ArrayGuard {
   ~ArrayGuard() { delete[] p; }
 };
 
-void WriteAll(OutputFile& file, const uint8_t* bytes, uint32_t count) { file.Write(bytes, count); }
+void WriteAll(OutputFile& file, const uint8_t* bytes, uint32_t count) {
+  file.Write(bytes, count);
+}
 
 // The pixels of the frame's size: the layer's own, or a resampled copy held in `scratch`.
 const uint16_t* FramePixels(const MergeState& state, const RawLayer& layer,

@@ -34,11 +34,11 @@ struct OutputFile {
 
 // Everything the encoder knows of the frame; owns all it points to.
 struct MergeState {
-  ComponentInfo* components[4] = {};   // by component id 0 to 3
-  QuantTable* quant_tables[4] = {};    // quantiser values, by DQT index
+  ComponentInfo* components[4] = {};      // by component id 0 to 3
+  QuantTable* quant_tables[4] = {};       // quantiser values, by DQT index
   QuantTable* reciprocal_tables[4] = {};  // AAN scale / quantiser, by DQT index
-  HuffmanStats* dc_stats[4] = {};      // by DC selector; made on first use
-  HuffmanStats* ac_stats[4] = {};      // by AC selector
+  HuffmanStats* dc_stats[4] = {};         // by DC selector; made on first use
+  HuffmanStats* ac_stats[4] = {};         // by AC selector
   uint32_t width = 0;
   uint32_t height = 0;
   uint8_t* entropy_data = nullptr;  // owned; the finished scan

@@ -34,9 +34,13 @@ template <typename... Args>
   throw RawLayerException(message);
 }
 
-bool IsBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
+bool IsBlank(wchar_t c) {
+  return c == L' ' || c == L'\t';
+}
 
-wchar_t LowerAscii(wchar_t c) { return (c >= L'A' && c <= L'Z') ? c - L'A' + L'a' : c; }
+wchar_t LowerAscii(wchar_t c) {
+  return (c >= L'A' && c <= L'Z') ? c - L'A' + L'a' : c;
+}
 
 // Equal ignoring ASCII case and blanks.
 bool SameName(const wchar_t* a, const wchar_t* b) {
@@ -115,7 +119,9 @@ std::vector<std::string_view> SplitItems(std::string_view text) {
   }
 }
 
-std::wstring Wide(std::string_view text) { return DecodeUtf8(text.data(), text.size()); }
+std::wstring Wide(std::string_view text) {
+  return DecodeUtf8(text.data(), text.size());
+}
 
 void WriteOrdered16(uint8_t* p, uint16_t v, uint8_t byte_order) {
   if (byte_order == kMotorolaOrder) {

@@ -26,7 +26,9 @@ constexpr float kCrR = 0.0019378958f;
 constexpr float kCrG = -0.0016327153f;
 constexpr float kCrB = -0.00030518044f;
 
-inline float Clamp(float v) { return v < -128.0f ? -128.0f : (v > 127.0f ? 127.0f : v); }
+inline float Clamp(float v) {
+  return v < -128.0f ? -128.0f : (v > 127.0f ? 127.0f : v);
+}
 
 // Scratch for MCUs that cross the right or bottom edge: 32 pixels a row.
 constexpr int32_t kScratchStride = 32;
@@ -230,8 +232,8 @@ void ConvertMCU5(float* blocks, const uint16_t* pixels, int32_t stride,
 
 void ConvertPixelRow(const MergeState& state, const RawLayer& layer, int32_t row, float* blocks,
                      const Background& background) {
-  static constexpr ConvertMcu kConverters[5] = {ConvertMCU1, ConvertMCU2, ConvertMCU3,
-                                                ConvertMCU4, ConvertMCU5};
+  static constexpr ConvertMcu kConverters[5] = {ConvertMCU1, ConvertMCU2, ConvertMCU3, ConvertMCU4,
+                                                ConvertMCU5};
   const ConvertMcu convert = kConverters[state.sampling_mode - 1];
   const auto width = static_cast<int64_t>(layer.width);
   const auto height = static_cast<int64_t>(layer.height);

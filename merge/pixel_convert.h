@@ -28,10 +28,15 @@ float PixelToGray(const uint16_t* pixel, const Background& background);
 bool OpaqueQuadToYCbCr(const uint16_t* pixels, float* y, float* cb, float* cr);
 
 // One MCU of each sampling mode from the pixel at its top left corner; `stride` in pixels.
-void ConvertMCU1(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
-void ConvertMCU2(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
-void ConvertMCU3(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
-void ConvertMCU4(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
-void ConvertMCU5(float* blocks, const uint16_t* pixels, int32_t stride, const Background& background);
+void ConvertMCU1(float* blocks, const uint16_t* pixels, int32_t stride,
+                 const Background& background);
+void ConvertMCU2(float* blocks, const uint16_t* pixels, int32_t stride,
+                 const Background& background);
+void ConvertMCU3(float* blocks, const uint16_t* pixels, int32_t stride,
+                 const Background& background);
+void ConvertMCU4(float* blocks, const uint16_t* pixels, int32_t stride,
+                 const Background& background);
+void ConvertMCU5(float* blocks, const uint16_t* pixels, int32_t stride,
+                 const Background& background);
 
 }  // namespace corvi

@@ -87,8 +87,8 @@ void Resampler::Resample() {
       uint32_t sum_a = 0;
       // A tap's colour counts in proportion to its alpha.
       auto add_tap = [&](int32_t r, int32_t c) {
-        const uint16_t* p = source_pixels + static_cast<uint64_t>(r) * stride +
-                            static_cast<uint64_t>(c) * 4;
+        const uint16_t* p =
+            source_pixels + static_cast<uint64_t>(r) * stride + static_cast<uint64_t>(c) * 4;
         const uint32_t a = p[3];
         sum_r += uint64_t{p[0]} * a;
         sum_g += uint64_t{p[1]} * a;

@@ -57,8 +57,8 @@ void WriteHuffmanTable(const HuffmanStats& stats, uint8_t id, bool ac, ByteBuffe
 }
 
 void JPEGReader::Marker::Write(MergeState& /*state*/, const RawLayer& /*layer*/,
-                               const PropertyList& /*overrides*/,
-                               const Background& /*background*/, ByteBuffer& out) {
+                               const PropertyList& /*overrides*/, const Background& /*background*/,
+                               ByteBuffer& out) {
   SegmentWriter segment(code, out);
   out.AppendBlock(payload, length);
 }

@@ -70,7 +70,9 @@ int64_t PlatformWrite(int file, const uint8_t* bytes, uint32_t count) {
   return static_cast<int64_t>(done);
 }
 
-bool PlatformDeleteFile(const wchar_t* name) { return unlink(NativePath(name).c_str()) == 0; }
+bool PlatformDeleteFile(const wchar_t* name) {
+  return unlink(NativePath(name).c_str()) == 0;
+}
 
 bool PlatformRenameFile(const wchar_t* from, const wchar_t* to) {
   return rename(NativePath(from).c_str(), NativePath(to).c_str()) == 0;
@@ -97,8 +99,12 @@ std::wstring PlatformMakeTempDirectory(const wchar_t* near) {
   return DecodeUtf8(pattern.data(), pattern.size());
 }
 
-bool PlatformRemoveDirectory(const wchar_t* name) { return rmdir(NativePath(name).c_str()) == 0; }
+bool PlatformRemoveDirectory(const wchar_t* name) {
+  return rmdir(NativePath(name).c_str()) == 0;
+}
 
-uint32_t PlatformDiskFullCode() { return ENOSPC; }
+uint32_t PlatformDiskFullCode() {
+  return ENOSPC;
+}
 
 }  // namespace corvi

@@ -115,8 +115,8 @@ TEST(MergeCorpus, RewritesDecodeCleanlyWithLibjpeg) {
       ASSERT_EQ(decoded.width, layer.width);
       ASSERT_EQ(decoded.height, layer.height);
       const double psnr = Psnr(decoded, layer);
-      std::printf("  %-48s %-22s %-5s PSNR %.1f dB\n", name.c_str(),
-                  CompressionMode(layer).c_str(), kinds[k], psnr);
+      std::printf("  %-48s %-22s %-5s PSNR %.1f dB\n", name.c_str(), CompressionMode(layer).c_str(),
+                  kinds[k], psnr);
       if (k == 0) {
         EXPECT_GT(psnr, 30.0);  // the template's own tables on its own picture
         ++rewritten;

@@ -91,8 +91,8 @@ class SegmentWrite : public testing::Test {
 TEST_F(SegmentWrite, ThumbnailIsMadeAnewWithItsSizeInTheDirectoryByteOrder) {
   struct Case {
     bool motorola;
-    uint16_t frame;   // the thumbnail's frame: small gives a smaller thumbnail than declared
-    uint32_t extra;   // bytes the old thumbnail is declared longer than it is
+    uint16_t frame;  // the thumbnail's frame: small gives a smaller thumbnail than declared
+    uint32_t extra;  // bytes the old thumbnail is declared longer than it is
   };
   const Case cases[] = {{false, 8, 0}, {true, 8, 0}, {false, 8, 300}, {true, 32, 0}};
   for (const Case& c : cases) {
@@ -194,9 +194,7 @@ TEST_F(SegmentWrite, OverridesReachEveryExifSegmentButNoOtherContent) {
 
 TEST(SegmentWriter, FinishesTheLengthAtItsEndAndAnEmptyPayloadIsTwoBytes) {
   ByteBuffer out;
-  {
-    SegmentWriter empty(0xFE, out);
-  }
+  { SegmentWriter empty(0xFE, out); }
   {
     SegmentWriter segment(0xE5, out);
     const Bytes big(300, 0xAB);

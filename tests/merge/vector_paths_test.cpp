@@ -28,8 +28,8 @@ TEST(VectorPaths, OpaqueQuadsConvertLikeSinglePixels) {
       quad[p * 4 + 3] = round % 5 == 0 && p == round % 4 ? edges[random() % 9] : 65535;
     }
     float y[4], cb[4], cr[4];
-    const bool opaque = quad[3] == 65535 && quad[7] == 65535 && quad[11] == 65535 &&
-                        quad[15] == 65535;
+    const bool opaque =
+        quad[3] == 65535 && quad[7] == 65535 && quad[11] == 65535 && quad[15] == 65535;
     if (!OpaqueQuadToYCbCr(quad, y, cb, cr)) {
       continue;  // a transparent pixel, or no vector form on this machine
     }
@@ -70,8 +70,18 @@ TEST(VectorPaths, BlockRoundingMatchesPlainForm) {
   std::mt19937 random(5);
   std::uniform_real_distribution<float> wide(-70000.0f, 70000.0f);
   std::uniform_real_distribution<float> narrow(-4.0f, 4.0f);
-  const float specials[] = {0.0f,     -0.0f,     0.5f,     -0.5f,     2.5f,      -2.5f,
-                            32766.5f, 32767.0f,  -32767.5f, 1e30f,    -1e30f,    0.49999997f,
+  const float specials[] = {0.0f,
+                            -0.0f,
+                            0.5f,
+                            -0.5f,
+                            2.5f,
+                            -2.5f,
+                            32766.5f,
+                            32767.0f,
+                            -32767.5f,
+                            1e30f,
+                            -1e30f,
+                            0.49999997f,
                             std::numeric_limits<float>::infinity(),
                             -std::numeric_limits<float>::infinity(),
                             std::numeric_limits<float>::quiet_NaN()};

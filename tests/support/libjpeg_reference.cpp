@@ -27,7 +27,9 @@ void OnMessage(j_common_ptr, int) {}  // warnings are counted, not printed
 
 }  // namespace
 
-bool HaveLibjpeg() { return true; }
+bool HaveLibjpeg() {
+  return true;
+}
 
 // No C++ object with a destructor lives between setjmp and longjmp.
 void DecodeWithLibjpeg(const Bytes& file, Reference& out) {
@@ -63,8 +65,12 @@ void DecodeWithLibjpeg(const Bytes& file, Reference& out) {
 
 #else
 
-bool HaveLibjpeg() { return false; }
-void DecodeWithLibjpeg(const Bytes&, Reference& out) { out.ok = false; }
+bool HaveLibjpeg() {
+  return false;
+}
+void DecodeWithLibjpeg(const Bytes&, Reference& out) {
+  out.ok = false;
+}
 
 #endif
 

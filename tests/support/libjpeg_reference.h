@@ -9,8 +9,8 @@
 namespace corvi::test {
 
 struct Reference {
-  bool ok = false;     // false when libjpeg is not built in or refused the file
-  long warnings = 0;   // libjpeg's count of damaged-data warnings
+  bool ok = false;    // false when libjpeg is not built in or refused the file
+  long warnings = 0;  // libjpeg's count of damaged-data warnings
   uint32_t width = 0, height = 0;
   std::vector<uint8_t> rgb;  // 3 bytes a pixel, row by row
 };
