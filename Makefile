@@ -37,6 +37,7 @@ sanitize: deps
 bench: build
 	$(BUILD)/bench/scan_bench ../shared/corpus
 	$(BUILD)/bench/decode_bench ../shared/corpus/oppo-r7-13mp-420.jpg
+	$(BUILD)/bench/merge_bench ../shared/corpus/oppo-r7-13mp-420.jpg
 
 clean:
 	rm -rf $(BUILD) $(SAN_BUILD)
