@@ -2,6 +2,7 @@
 // two passes over the coefficients (T.81 F.1.2, K.2).
 #include "merge/huffman_encode.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -131,39 +132,63 @@ class BitSink {
   int32_t bits = 0;
 };
 
-// One block in zig-zag order, and the bit mask of its nonzero AC coefficients.
-struct ZigzagBlock {
-  int16_t values[64];
+// A block as the two passes read it: its DC value, the mask of its nonzero AC coefficients in
+// zig-zag order, and those coefficients one after the other, lowest zig-zag index first.
+class DenseBlock {
+ public:
+  // `values` in zig-zag order, or in natural order (gathered here) when `natural`.
+  DenseBlock(const int16_t* block, bool natural) {
+    if (natural) {
+      for (int32_t k = 0; k < 64; ++k) {
+        gathered[k] = block[zigzag[k]];
+      }
+      values = gathered;
+    } else {
+      values = block;
+    }
+    nonzero = NonzeroMask(values);
+  }
+  int32_t Dc() const { return values[0]; }
+  int32_t Next(int32_t k) const { return values[k]; }
   uint64_t nonzero;
+
+ private:
+  int16_t gathered[64];
+  const int16_t* values;
 };
 
-// The block's values in zig-zag order: gathered from natural order, or taken as they stand.
-template <bool kZigzag>
-inline const int16_t* Gather(const int16_t* block, ZigzagBlock& out) {
-  if constexpr (kZigzag) {
-    out.nonzero = NonzeroMask(block);
-    return block;
-  } else {
-    for (int32_t k = 0; k < 64; ++k) {
-      out.values[k] = block[zigzag[k]];
-    }
-    out.nonzero = NonzeroMask(out.values);
-    return out.values;
+// The same read from a packed block (see PackBlock); `end` is where the next block starts.
+class PackedBlock {
+ public:
+  explicit PackedBlock(const uint8_t* block) {
+    std::memcpy(&nonzero, block, sizeof nonzero);
+    std::memcpy(&dc, block + 8, sizeof dc);
+    end = block + kPackedBlockHead;
   }
-}
+  int32_t Dc() const { return dc; }
+  int32_t Next(int32_t /*k*/) {
+    int16_t value;
+    std::memcpy(&value, end, sizeof value);
+    end += sizeof value;
+    return value;
+  }
+  uint64_t nonzero;
+  const uint8_t* end;
+
+ private:
+  int16_t dc;
+};
 
 // First pass over one block: counts its symbols.
-template <bool kZigzag>
-inline void CountBlock(const int16_t* block, int32_t& prediction, const BlockTables& tables) {
-  ZigzagBlock z;
-  const int16_t* values = Gather<kZigzag>(block, z);
-  const int32_t dc = values[0];
+template <typename Block>
+inline void CountBlock(Block& block, int32_t& prediction, const BlockTables& tables) {
+  const int32_t dc = block.Dc();
   const int32_t diff = dc - prediction;
   prediction = dc;
   tables.dc->entries[MagnitudeBits(diff)].frequency++;
   HuffmanStats::Entry* ac = tables.ac->entries;
   int32_t last = 0;  // zig-zag index of the last coefficient coded
-  for (uint64_t mask = z.nonzero; mask != 0; mask &= mask - 1) {
+  for (uint64_t mask = block.nonzero; mask != 0; mask &= mask - 1) {
     const int32_t k = std::countr_zero(mask);
     int32_t run = k - last - 1;
     if (run > 15) {
@@ -171,7 +196,7 @@ inline void CountBlock(const int16_t* block, int32_t& prediction, const BlockTab
       ac[0xF0].frequency += n;
       run -= 16 * n;
     }
-    ac[run * 16 + MagnitudeBits(values[k])].frequency++;
+    ac[run * 16 + MagnitudeBits(block.Next(k))].frequency++;
     last = k;
   }
   if (last != 63) {
@@ -180,12 +205,10 @@ inline void CountBlock(const int16_t* block, int32_t& prediction, const BlockTab
 }
 
 // Second pass over one block: puts out its codes and value bits.
-template <bool kZigzag>
-inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTables& tables,
+template <typename Block>
+inline void WriteBlock(Block& block, int32_t& prediction, const BlockTables& tables,
                        BitSink& sink) {
-  ZigzagBlock z;
-  const int16_t* values = Gather<kZigzag>(block, z);
-  const int32_t dc = values[0];
+  const int32_t dc = block.Dc();
   const int32_t diff = dc - prediction;
   prediction = dc;
   const int32_t category = MagnitudeBits(diff);
@@ -196,14 +219,14 @@ inline void WriteBlock(const int16_t* block, int32_t& prediction, const BlockTab
   sink.Put((uint64_t{dc_entry.code} << category) | dc_bits, dc_entry.length + category);
   const HuffmanStats::Entry* ac = tables.ac->entries;
   int32_t last = 0;
-  for (uint64_t mask = z.nonzero; mask != 0; mask &= mask - 1) {
+  for (uint64_t mask = block.nonzero; mask != 0; mask &= mask - 1) {
     const int32_t k = std::countr_zero(mask);
     int32_t run = k - last - 1;
     while (run > 15) {
       sink.Put(ac[0xF0].code, ac[0xF0].length);
       run -= 16;
     }
-    const int32_t value = values[k];
+    const int32_t value = block.Next(k);
     const int32_t size = MagnitudeBits(value);
     const HuffmanStats::Entry& entry = ac[run * 16 + size];
     const uint64_t value_bits =
@@ -340,28 +363,6 @@ void BuildHuffmanCode(HuffmanStats& stats) {
 
 namespace {
 
-// The second pass: every block's codes and value bits, then the end of the scan.
-template <bool kZigzag>
-void WritePass(MergeState& state, const int16_t* coefficients) {
-  BlockTables plan[6];
-  const int32_t blocks = PlanBlocks(state, plan);
-  const uint64_t mcu_values = static_cast<uint64_t>(blocks) * 64;
-  // A first guess of the size: a byte for every 16 coefficients.
-  BitSink sink(static_cast<uint64_t>(state.mcu_count) * mcu_values / 16);
-  int32_t predictions[4] = {};
-  const int16_t* block = coefficients;
-  for (int32_t m = 0; m < state.mcu_count; ++m) {
-    for (int32_t b = 0; b < blocks; ++b) {
-      WriteBlock<kZigzag>(block + b * 64, predictions[plan[b].slot], plan[b], sink);
-    }
-    block += mcu_values;
-  }
-  sink.Finish();
-  delete[] state.entropy_data;
-  state.entropy_data = nullptr;
-  state.entropy_data = sink.Release(state.entropy_length);
-}
-
 void BuildAllCodes(MergeState& state) {
   for (int32_t i = 0; i < 4; ++i) {
     if (state.dc_stats[i] != nullptr) {
@@ -373,6 +374,18 @@ void BuildAllCodes(MergeState& state) {
   }
 }
 
+void TakeEntropyData(MergeState& state, BitSink& sink) {
+  sink.Finish();
+  delete[] state.entropy_data;
+  state.entropy_data = nullptr;
+  state.entropy_data = sink.Release(state.entropy_length);
+}
+
+// A first guess of the scan's size: a byte for every 16 coefficients.
+uint64_t ExpectedScanBytes(const MergeState& state) {
+  return static_cast<uint64_t>(state.mcu_count) * static_cast<uint64_t>(state.blocks_per_mcu) * 4;
+}
+
 }  // namespace
 
 void EncodeScan(MergeState& state, const int16_t* coefficients) {
@@ -382,20 +395,57 @@ void EncodeScan(MergeState& state, const int16_t* coefficients) {
   const int16_t* block = coefficients;
   for (int32_t m = 0; m < state.mcu_count; ++m) {
     for (int32_t b = 0; b < blocks; ++b, block += 64) {
-      CountBlock<false>(block, predictions[plan[b].slot], plan[b]);
+      DenseBlock dense(block, true);
+      CountBlock(dense, predictions[plan[b].slot], plan[b]);
     }
   }
   BuildAllCodes(state);
-  WritePass<false>(state, coefficients);
+  BitSink sink(ExpectedScanBytes(state));
+  block = coefficients;
+  std::fill(predictions, predictions + 4, 0);
+  for (int32_t m = 0; m < state.mcu_count; ++m) {
+    for (int32_t b = 0; b < blocks; ++b, block += 64) {
+      DenseBlock dense(block, true);
+      WriteBlock(dense, predictions[plan[b].slot], plan[b], sink);
+    }
+  }
+  TakeEntropyData(state, sink);
 }
 
-void CountSymbols(const int16_t* block, int32_t& prediction, HuffmanStats& dc, HuffmanStats& ac) {
-  CountBlock<true>(block, prediction, BlockTables{&dc, &ac, 0});
+size_t PackBlock(const int16_t* block, uint8_t* out) {
+  const uint64_t nonzero = NonzeroMask(block);
+  std::memcpy(out, &nonzero, sizeof nonzero);
+  std::memcpy(out + 8, block, sizeof(int16_t));
+  uint8_t* next = out + kPackedBlockHead;
+  for (uint64_t mask = nonzero; mask != 0; mask &= mask - 1) {
+    std::memcpy(next, block + std::countr_zero(mask), sizeof(int16_t));
+    next += sizeof(int16_t);
+  }
+  return static_cast<size_t>(next - out);
 }
 
-void WriteScanZigzag(MergeState& state, const int16_t* coefficients) {
+size_t CountPackedBlock(const uint8_t* block, int32_t& prediction, HuffmanStats& dc,
+                        HuffmanStats& ac) {
+  PackedBlock packed(block);
+  CountBlock(packed, prediction, BlockTables{&dc, &ac, 0});
+  return static_cast<size_t>(packed.end - block);
+}
+
+void WritePackedScan(MergeState& state, const uint8_t* blocks) {
+  BlockTables plan[6];
+  const int32_t count = PlanBlocks(state, plan);
   BuildAllCodes(state);
-  WritePass<true>(state, coefficients);
+  BitSink sink(ExpectedScanBytes(state));
+  int32_t predictions[4] = {};
+  const uint8_t* next = blocks;
+  for (int32_t m = 0; m < state.mcu_count; ++m) {
+    for (int32_t b = 0; b < count; ++b) {
+      PackedBlock packed(next);
+      WriteBlock(packed, predictions[plan[b].slot], plan[b], sink);
+      next = packed.end;
+    }
+  }
+  TakeEntropyData(state, sink);
 }
 
 }  // namespace corvi

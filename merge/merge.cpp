@@ -227,9 +227,9 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
 
   // The coefficient store holds every block of the frame. It is refused, before anything is
   // allocated, where 64 floats a block would not fit, with a resampled layer beside them. What
-  // is kept is 16-bit: one row of MCUs at a time is converted to float samples, transformed,
-  // rounded and counted before the next, which gives the same integers as converting the whole
-  // frame first, since every block stands alone.
+  // is kept is the rounded 16-bit coefficients, packed: one row of MCUs at a time is converted
+  // to float samples, transformed, rounded, packed and counted before the next, which gives the
+  // same integers as converting the whole frame first, since every block stands alone.
   const uint64_t block_count =
       static_cast<uint64_t>(state.blocks_per_mcu) * static_cast<uint64_t>(state.mcu_count);
   uint64_t needed = block_count * 64 * sizeof(float);
@@ -237,9 +237,10 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
     needed += static_cast<uint64_t>(state.width) * state.height * 4 * sizeof(uint16_t);
   }
   CheckAllocation(needed);
-  int16_t* coefficients = AllocateArray<int16_t>(block_count * 64);
-  ArrayGuard<int16_t> coefficients_guard(coefficients);
-  AdviseHugePages(coefficients, block_count * 64 * sizeof(int16_t));  // written once, in order
+  // Packed, a block takes at most kPackedBlockMax bytes; only the pages that are written are
+  // ever touched.
+  uint8_t* packed = AllocateArray<uint8_t>(block_count * kPackedBlockMax);
+  ArrayGuard<uint8_t> packed_guard(packed);
   const uint64_t row_floats =
       static_cast<uint64_t>(state.mcus_across) * static_cast<uint64_t>(state.blocks_per_mcu) * 64;
   float* row_blocks = AllocateArray<float>(row_floats);
@@ -271,16 +272,18 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
   sized.height = state.height;
   sized.pixels = const_cast<uint16_t*>(pixels);
   int32_t predictions[4] = {};
-  int16_t* out = coefficients;
+  uint8_t* out = packed;
   try {
     for (int32_t row = 0; row < state.mcus_down; ++row) {
       ConvertPixelRow(state, sized, row, row_blocks, background);
       float* block = row_blocks;
       for (int32_t m = 0; m < state.mcus_across; ++m) {
-        for (int32_t k = 0; k < state.blocks_per_mcu; ++k, block += 64, out += 64) {
+        for (int32_t k = 0; k < state.blocks_per_mcu; ++k, block += 64) {
           ForwardDCT(block, *tables[k]);
-          RoundBlockZigzag(block, out);  // stored in coded order
-          CountSymbols(out, predictions[slots[k]], *dc[k], *ac[k]);
+          int16_t rounded[64];
+          RoundBlockZigzag(block, rounded);  // in coded order
+          PackBlock(rounded, out);
+          out += CountPackedBlock(out, predictions[slots[k]], *dc[k], *ac[k]);
         }
       }
     }
@@ -289,7 +292,7 @@ void EncodeFrame(MergeState& state, const RawLayer& layer, const MarkerList& mar
     throw;
   }
   sized.pixels = nullptr;
-  WriteScanZigzag(state, coefficients);
+  WritePackedScan(state, packed);
 }
 
 int16_t RoundCoefficient(float x) {
