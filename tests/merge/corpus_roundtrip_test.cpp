@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -18,45 +17,11 @@
 #include "jpeg/jpeg_reader.h"
 #include "merge/merge.h"
 #include "platform/file_search.h"
-#include "tests/support/jpeg_builder.h"
 #include "tests/support/libjpeg_reference.h"
+#include "tests/support/merge_support.h"
 
 namespace corvi {
 namespace {
-
-// A nearest-neighbour copy of `source` at another size.
-void Rescale(const RawLayer& source, uint32_t width, uint32_t height, RawLayer& out) {
-  out.width = width;
-  out.height = height;
-  out.AllocatePixels();
-  for (uint32_t y = 0; y < height; ++y) {
-    const uint64_t sy = uint64_t{y} * source.height / height;
-    for (uint32_t x = 0; x < width; ++x) {
-      const uint64_t sx = uint64_t{x} * source.width / width;
-      std::copy_n(source.pixels + (sy * source.width + sx) * 4, 4,
-                  out.pixels + (uint64_t{y} * width + x) * 4);
-    }
-  }
-}
-
-// PSNR of an 8-bit RGB picture against the top bytes of a 16-bit layer of the same size.
-double Psnr(const test::Reference& picture, const RawLayer& layer) {
-  double sum = 0;
-  const size_t pixels = size_t{layer.width} * layer.height;
-  for (size_t i = 0; i < pixels; ++i) {
-    for (size_t c = 0; c < 3; ++c) {
-      const double d = static_cast<double>(picture.rgb[i * 3 + c]) - (layer.pixels[i * 4 + c] >> 8);
-      sum += d * d;
-    }
-  }
-  const double mse = sum / double(pixels * 3);
-  return mse == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 / mse);
-}
-
-std::string CompressionMode(const RawLayer& layer) {
-  const Property* mode = layer.properties.Find(0xC001);
-  return mode == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(mode->data));
-}
 
 TEST(MergeCorpus, RewritesDecodeCleanlyWithLibjpeg) {
   if (!test::CorpusAvailable() || !test::HaveLibjpeg()) {
@@ -69,14 +34,12 @@ TEST(MergeCorpus, RewritesDecodeCleanlyWithLibjpeg) {
     }
   }
   std::sort(names.begin(), names.end());
-  const std::string directory = test::MakeTempDir();
-  const std::wstring wide_directory = DecodeArgument(directory.c_str());
-  const std::string output = directory + "/out.jpg";
+  const std::string directory = test::MakeTempDir(), output = directory + "/out.jpg";
   int rewritten = 0;
   for (const std::string& name : names) {
     SCOPED_TRACE(name);
     std::unique_ptr<JPEGReader> reader;
-    RawLayer layer;
+    RawLayer layer, half, larger;
     try {
       reader = std::make_unique<JPEGReader>(DecodeArgument(test::CorpusPath(name).c_str()).c_str());
       reader->Scan();
@@ -88,17 +51,16 @@ TEST(MergeCorpus, RewritesDecodeCleanlyWithLibjpeg) {
     if (layer.pixels == nullptr) {
       continue;
     }
-    RawLayer half;
-    Rescale(layer, std::max(1u, layer.width / 2), std::max(1u, layer.height / 2), half);
-    RawLayer larger;
-    Rescale(layer, layer.width * 17 / 10, layer.height * 17 / 10, larger);
-    const RawLayer* layers[3] = {&layer, &half, &larger};
-    const char* kinds[3] = {"own", "half", "1.7x"};
-    for (int k = 0; k < 3; ++k) {
+    test::Rescale(layer, std::max(1u, layer.width / 2), std::max(1u, layer.height / 2), half);
+    test::Rescale(layer, layer.width * 17 / 10, layer.height * 17 / 10, larger);
+    const std::pair<const char*, const RawLayer*> layers[] = {
+        {"own", &layer}, {"half", &half}, {"1.7x", &larger}};
+    for (const auto& [kind, pixels] : layers) {
+      SCOPED_TRACE(kind);
       try {
         OutputFile file(DecodeArgument(output.c_str()).c_str());
-        Merge(file, *layers[k], *reader->markers, PropertyList(), Background(),
-              wide_directory.c_str());
+        Merge(file, *pixels, *reader->markers, PropertyList(), Background(),
+              DecodeArgument(directory.c_str()).c_str());
       } catch (const RawLayerException& e) {
         const std::wstring text = e.message;
         // Progressive, arithmetic, 12-bit and CMYK templates are not rewritten.
@@ -110,20 +72,20 @@ TEST(MergeCorpus, RewritesDecodeCleanlyWithLibjpeg) {
       }
       test::Reference decoded;
       test::DecodeWithLibjpeg(test::ReadFile(output), decoded);
-      ASSERT_TRUE(decoded.ok) << kinds[k];
-      EXPECT_EQ(decoded.warnings, 0) << kinds[k];
+      ASSERT_TRUE(decoded.ok);
+      EXPECT_EQ(decoded.warnings, 0);
       ASSERT_EQ(decoded.width, layer.width);
       ASSERT_EQ(decoded.height, layer.height);
-      const double psnr = Psnr(decoded, layer);
-      std::printf("  %-48s %-22s %-5s PSNR %.1f dB\n", name.c_str(), CompressionMode(layer).c_str(),
-                  kinds[k], psnr);
-      if (k == 0) {
+      const double psnr = test::Psnr(decoded.rgb, test::Rgb8(layer));
+      const Property* mode = layer.properties.Find(0xC001);
+      std::printf("  %-48s %-22s %-5s PSNR %.1f dB\n", name.c_str(),
+                  mode == nullptr ? "" : reinterpret_cast<const char*>(mode->data), kind, psnr);
+      if (pixels == &layer) {
         EXPECT_GT(psnr, 30.0);  // the template's own tables on its own picture
         ++rewritten;
       }
     }
   }
-  std::remove(output.c_str());
   std::filesystem::remove_all(directory);
   EXPECT_GT(rewritten, 20);
 }

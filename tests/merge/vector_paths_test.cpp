@@ -37,9 +37,8 @@ TEST(VectorPaths, OpaqueQuadsConvertLikeSinglePixels) {
     ++vector_quads;
     for (int p = 0; p < 4; ++p) {
       const YCbCr plain = PixelToYCbCr(quad + p * 4, background);
-      ASSERT_EQ(std::memcmp(&plain.y, &y[p], 4), 0) << round << "/" << p;
-      ASSERT_EQ(std::memcmp(&plain.cb, &cb[p], 4), 0) << round << "/" << p;
-      ASSERT_EQ(std::memcmp(&plain.cr, &cr[p], 4), 0) << round << "/" << p;
+      const float vector[3] = {y[p], cb[p], cr[p]};
+      ASSERT_EQ(std::memcmp(&plain, vector, sizeof vector), 0) << round << "/" << p;
     }
   }
 #if defined(__SSE2__)
@@ -60,40 +59,20 @@ TEST(VectorPaths, NonzeroMaskMatchesPlainForm) {
   }
 }
 
-}  // namespace
-}  // namespace corvi
-
-namespace corvi {
-namespace {
-
 TEST(VectorPaths, BlockRoundingMatchesPlainForm) {
   std::mt19937 random(5);
-  std::uniform_real_distribution<float> wide(-70000.0f, 70000.0f);
-  std::uniform_real_distribution<float> narrow(-4.0f, 4.0f);
-  const float specials[] = {0.0f,
-                            -0.0f,
-                            0.5f,
-                            -0.5f,
-                            2.5f,
-                            -2.5f,
-                            32766.5f,
-                            32767.0f,
-                            -32767.5f,
-                            1e30f,
-                            -1e30f,
-                            0.49999997f,
-                            std::numeric_limits<float>::infinity(),
-                            -std::numeric_limits<float>::infinity(),
-                            std::numeric_limits<float>::quiet_NaN()};
+  std::uniform_real_distribution<float> wide(-70000.0f, 70000.0f), narrow(-4.0f, 4.0f);
+  const float inf = std::numeric_limits<float>::infinity();
+  const float specials[] = {
+      0.0f,   -0.0f,       0.5f,     -0.5f,     2.5f,
+      -2.5f,  32766.5f,    32767.0f, -32767.5f, 1e30f,
+      -1e30f, 0.49999997f, inf,      -inf,      std::numeric_limits<float>::quiet_NaN()};
   for (int round = 0; round < 5000; ++round) {
     float block[64];
-    for (int i = 0; i < 64; ++i) {
-      block[i] = round % 3 == 0   ? specials[random() % 15]
-                 : round % 3 == 1 ? narrow(random)
-                                  : wide(random);
+    for (float& v : block) {
+      v = round % 3 == 0 ? specials[random() % 15] : round % 3 == 1 ? narrow(random) : wide(random);
     }
-    int16_t vector[64];
-    int16_t plain[64];
+    int16_t vector[64], plain[64];
     RoundBlockZigzag(block, vector);
     RoundBlockZigzagPlain(block, plain);
     ASSERT_EQ(std::memcmp(vector, plain, sizeof plain), 0) << round;

@@ -1,6 +1,11 @@
-// Helpers of the rewriter's tests: a synthetic layer, Merge into bytes, decoding, hashing.
+// Helpers of the rewriter's tests: synthetic layers and templates, Merge into bytes, decoding,
+// hashing and picture comparison.
 #include "tests/support/merge_support.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 
@@ -8,6 +13,7 @@
 #include "base/raw_layer_exception.h"
 #include "decode/decode_state.h"
 #include "merge/merge.h"
+#include "tests/support/tiff_builder.h"
 
 namespace corvi::test {
 
@@ -28,6 +34,50 @@ void MakeGradientLayer(RawLayer& layer, uint32_t width, uint32_t height) {
   }
 }
 
+void Rescale(const RawLayer& source, uint32_t width, uint32_t height, RawLayer& out) {
+  out.width = width;
+  out.height = height;
+  out.AllocatePixels();
+  for (uint32_t y = 0; y < height; ++y) {
+    for (uint32_t x = 0; x < width; ++x) {
+      const uint64_t sx = uint64_t{x} * source.width / width,
+                     sy = uint64_t{y} * source.height / height;
+      std::copy_n(source.pixels + (sy * source.width + sx) * 4, 4,
+                  out.pixels + (uint64_t{y} * width + x) * 4);
+    }
+  }
+}
+
+Bytes GrayTemplate(uint16_t size, const Bytes& app1, uint8_t sof) {
+  JpegBuilder b;
+  b.Soi();
+  if (!app1.empty()) {
+    b.Segment(0xE1, app1);
+  }
+  return b.Dqt(0, 2)
+      .Sof(sof, 8, size, size, {{1, 0x11, 0}})
+      .Dht(0, 0, {1}, {0})
+      .Dht(1, 0, {1}, {0})
+      .Sos({{1, 0x00}})
+      .Entropy({0})
+      .Eoi()
+      .bytes();
+}
+
+ExifThumbnail MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra,
+                                uint32_t padding) {
+  TiffBuilder b(motorola);
+  auto dir = b.Directory(
+      {{0x10F, 2, 4, TiffBuilder::Ascii("Cam")}, {0x201, 4, 1, {}, 0}, {0x202, 4, 1, {}, 0}});
+  b.Append(Bytes(padding, 0));
+  Bytes stored = thumbnail;
+  stored.insert(stored.end(), extra, 0);
+  const uint32_t at = b.Append(stored);
+  b.Patch32(dir.value_field[1], at);
+  b.Patch32(dir.value_field[2], static_cast<uint32_t>(stored.size()));
+  return {b.ExifPayload(), dir.value[0] + 6, dir.value_field[2] + 6, at + 6};
+}
+
 MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background,
                        const PropertyList* overrides) {
   MergeOutput out;
@@ -39,23 +89,23 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
   const std::filesystem::path dir = MakeTempDir();
   const std::filesystem::path path = dir / "out.jpg";
   std::ofstream(path, std::ios::binary) << "old contents";
-  {
-    PropertyList no_overrides;
+  const PropertyList none;
+  try {
+    OutputFile file(path.wstring().c_str());
     try {
-      OutputFile file(path.wstring().c_str());
-      try {
-        Merge(file, layer, *scan.markers, overrides != nullptr ? *overrides : no_overrides,
-              background, dir.wstring().c_str());
-      } catch (const RawLayerException& e) {
-        out.error = e.message != nullptr ? e.message : L"(null)";
-      }
-      out.size = file.size;
-      out.position = file.position;
+      Merge(file, layer, *scan.markers, overrides != nullptr ? *overrides : none, background,
+            dir.wstring().c_str());
     } catch (const RawLayerException& e) {
-      out.error = L"open: " + std::wstring(e.message != nullptr ? e.message : L"(null)");
+      out.error = e.message != nullptr ? e.message : L"(null)";
     }
+    out.size = file.size;
+    out.position = file.position;
+  } catch (const RawLayerException& e) {
+    out.error = L"open: " + std::wstring(e.message != nullptr ? e.message : L"(null)");
   }
   out.bytes = ReadFile(path.string());
+  const auto files = std::distance(std::filesystem::directory_iterator(dir), {});
+  EXPECT_TRUE(!out.error.empty() || files == 1) << "a temporary file is left";
   std::filesystem::remove_all(dir);
   return out;
 }
@@ -80,6 +130,34 @@ uint64_t Fnv1a64(const Bytes& bytes) {
     hash = (hash ^ b) * 0x100000001B3u;
   }
   return hash;
+}
+
+std::vector<uint8_t> Rgb8(const RawLayer& layer, const Background* background, bool gray) {
+  std::vector<uint8_t> out;
+  for (uint64_t i = 0; i < uint64_t{layer.width} * layer.height; ++i) {
+    const uint16_t* p = layer.pixels + 4 * i;
+    uint32_t c[3] = {p[0], p[1], p[2]}, b[3] = {0, 0, 0};
+    if (background != nullptr) {
+      b[0] = background->red, b[1] = background->green, b[2] = background->blue;
+    }
+    if (gray) {
+      c[0] = c[1] = c[2] = (c[0] + c[1] + c[2]) / 3;
+      b[0] = b[1] = b[2] = (b[0] + b[1] + b[2]) / 3;
+    }
+    const uint32_t a = background != nullptr ? p[3] : 65535;
+    for (int32_t k = 0; k < 3; ++k) {
+      out.push_back(static_cast<uint8_t>((b[k] * (65535 - a) + c[k] * a) / 65535 >> 8));
+    }
+  }
+  return out;
+}
+
+double Psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+  double sum = 0;
+  for (size_t i = 0; i < a.size() && a.size() == b.size(); ++i) {
+    sum += (a[i] - b[i]) * (a[i] - b[i]);
+  }
+  return a.size() != b.size() ? 0 : 10 * std::log10(255.0 * 255.0 * a.size() / std::max(sum, 1e-9));
 }
 
 }  // namespace corvi::test

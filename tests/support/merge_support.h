@@ -1,8 +1,10 @@
-// Helpers of the rewriter's tests: a synthetic layer, Merge into bytes, decoding, hashing.
+// Helpers of the rewriter's tests: synthetic layers and templates, Merge into bytes, decoding,
+// hashing and picture comparison.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "base/raw_layer.h"
 #include "tests/support/jpeg_builder.h"
@@ -13,13 +15,31 @@ namespace corvi::test {
 // transparent rectangle at (4, 4)-(9, 8), and the last six columns half transparent.
 void MakeGradientLayer(RawLayer& layer, uint32_t width, uint32_t height);
 
+// A nearest-neighbour copy of `source` at another size.
+void Rescale(const RawLayer& source, uint32_t width, uint32_t height, RawLayer& out);
+
+// A grey size × size frame with one byte of scan data; `app1` becomes an APP1 segment after SOI.
+Bytes GrayTemplate(uint16_t size, const Bytes& app1 = {}, uint8_t sof = 0xC0);
+
+// An APP1 payload ("Exif\0\0" and TIFF) with Make "Cam" and `thumbnail` behind `padding` zero
+// bytes, declared `extra` bytes longer than it is. Offsets are into the payload.
+struct ExifThumbnail {
+  Bytes payload;
+  uint32_t make_value = 0;    // Make's out-of-line value
+  uint32_t length_value = 0;  // the value field of tag 0x202
+  uint32_t thumbnail = 0;
+};
+ExifThumbnail MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra = 0,
+                                uint32_t padding = 0);
+
 struct MergeOutput {
   Bytes bytes;         // the output file after Merge, which held other bytes before
   std::wstring error;  // the exception's text; empty when Merge succeeded
   uint32_t size = 0;   // OutputFile bookkeeping after Merge
   uint32_t position = 0;
 };
-// Merges into a file that held other bytes; a thumbnail goes through a private directory.
+// Merges into a file that held other bytes; a thumbnail goes through a private directory, which
+// must hold nothing else afterwards.
 MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background,
                        const PropertyList* overrides = nullptr);
 
@@ -27,5 +47,12 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
 bool DecodeBytes(const Bytes& jpeg, RawLayer& layer);
 
 uint64_t Fnv1a64(const Bytes& bytes);
+
+// The top bytes of a layer's RGB, composited over `background` when given (and, for `gray`, the
+// mean of the channels taken first, as grey frames do).
+std::vector<uint8_t> Rgb8(const RawLayer& layer, const Background* background = nullptr,
+                          bool gray = false);
+// Of two 8-bit pictures of the same size; 0 when the sizes differ.
+double Psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b);
 
 }  // namespace corvi::test
