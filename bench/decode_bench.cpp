@@ -12,6 +12,7 @@
 
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
+#include "bench/bench_util.h"
 #include "decode/decode_state.h"
 #include "jpeg/jpeg_reader.h"
 #include "platform/file_search.h"
@@ -24,20 +25,10 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using corvi::bench::Clock;
+using corvi::bench::Narrow;
+using corvi::bench::Seconds;
 constexpr double kTargetSeconds = 1.5;
-
-double Seconds(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-std::string Narrow(const wchar_t* text) {
-  std::string out;
-  for (; text != nullptr && *text != 0; ++text) {
-    out.push_back(*text < 0x80 ? static_cast<char>(*text) : '?');
-  }
-  return out;
-}
 
 // One decode into a fresh state and layer, as the tool does. Returns the error text, or empty.
 std::string CorviDecode(const corvi::MarkerList& markers, uint32_t& width, uint32_t& height) {

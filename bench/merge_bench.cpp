@@ -22,6 +22,7 @@
 #include "base/property.h"
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
+#include "bench/bench_util.h"
 #include "decode/decode_state.h"
 #include "jpeg/jpeg_reader.h"
 #include "merge/merge.h"
@@ -36,21 +37,11 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using corvi::bench::Clock;
+using corvi::bench::Narrow;
+using corvi::bench::Seconds;
 const char* const kDefaultFile = "../shared/corpus/oppo-r7-13mp-420.jpg";
 constexpr int kDefaultRepeats = 5;
-
-double Seconds(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-std::string Narrow(const wchar_t* text) {
-  std::string out;
-  for (; text != nullptr && *text != 0; ++text) {
-    out.push_back(*text < 0x80 ? static_cast<char>(*text) : '?');
-  }
-  return out;
-}
 
 // Best of `repeats` runs of `work`, in seconds.
 template <typename Work>

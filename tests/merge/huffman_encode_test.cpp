@@ -139,7 +139,7 @@ std::string ReadTokens(const MergeState& state, int32_t blocks) {
       if ((symbol = decode(*state.ac_stats[0])) < 0) {
         return out.append(" ?");
       }
-      char hex[4];
+      char hex[12];
       std::snprintf(hex, sizeof hex, "%02X", symbol);
       out.append(" ").append(hex).append(value(symbol & 15));
     }
