@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "base/property.h"
@@ -123,6 +124,24 @@ TEST_F(SegmentWrite, OverridesReachEveryExifSegmentButNoOtherContent) {
   EXPECT_EQ(payloads[0], expected);
   EXPECT_EQ(payloads[1], xmp);
   EXPECT_EQ(payloads[2], expected);
+}
+
+// By default the library makes "tempthumb.jpg" in the current directory, and removes it.
+TEST_F(SegmentWrite, TemporaryThumbnailLivesInTheCurrentDirectoryByDefault) {
+  test::ScanResult scan = test::ScanBytes(
+      test::JpegWithApp1(test::MakeExifThumbnail(false, test::GrayTemplate(8)).payload));
+  ASSERT_EQ(scan.error, L"");
+  const std::filesystem::path previous = std::filesystem::current_path();
+  const std::filesystem::path dir = test::MakeTempDir();
+  std::filesystem::current_path(dir);
+  {
+    OutputFile output(L"out.jpg");
+    Merge(output, layer, *scan.markers, PropertyList(), Background());
+    EXPECT_GT(output.size, 0u);
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir / "tempthumb.jpg"));
+  std::filesystem::current_path(previous);
+  std::filesystem::remove_all(dir);
 }
 
 }  // namespace
