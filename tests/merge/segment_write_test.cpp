@@ -128,8 +128,9 @@ TEST_F(SegmentWrite, OverridesReachEveryExifSegmentButNoOtherContent) {
 
 // By default the library makes "tempthumb.jpg" in the current directory, and removes it.
 TEST_F(SegmentWrite, TemporaryThumbnailLivesInTheCurrentDirectoryByDefault) {
-  test::ScanResult scan = test::ScanBytes(
-      test::JpegWithApp1(test::MakeExifThumbnail(false, test::GrayTemplate(8)).payload));
+  const Bytes file =
+      test::JpegWithApp1(test::MakeExifThumbnail(false, test::GrayTemplate(8)).payload);
+  test::ScanResult scan = test::ScanBytes(file);  // points into `file`
   ASSERT_EQ(scan.error, L"");
   const std::filesystem::path previous = std::filesystem::current_path();
   const std::filesystem::path dir = test::MakeTempDir();
