@@ -192,8 +192,7 @@ void PrintIndent(int32_t indent, OutStream& stream) {
 
 void JPEGReader::Marker::Parse(ByteCoverage& /*coverage*/) {}
 
-void JPEGReader::Marker::Apply(DecodeState& /*state*/, RawLayer& /*layer*/, bool /*header_only*/) {
-}
+void JPEGReader::Marker::Apply(DecodeState& /*state*/, RawLayer& /*layer*/, bool /*header_only*/) {}
 
 void JPEGReader::Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   PrintIndent(indent, stream);

@@ -106,6 +106,8 @@ std::unique_ptr<JPEGReader::Marker> MakeMarker(uint8_t code, int32_t length,
                                                const uint8_t* payload);
 
 // Big-endian reads of the JPEG stream.
-inline uint16_t ReadBig16(const uint8_t* p) { return static_cast<uint16_t>((p[0] << 8) | p[1]); }
+inline uint16_t ReadBig16(const uint8_t* p) {
+  return static_cast<uint16_t>((p[0] << 8) | p[1]);
+}
 
 }  // namespace corvi

@@ -14,7 +14,9 @@
 namespace corvi {
 namespace {
 
-wchar_t FoldCase(wchar_t c) { return (c >= L'A' && c <= L'Z') ? static_cast<wchar_t>(c + 32) : c; }
+wchar_t FoldCase(wchar_t c) {
+  return (c >= L'A' && c <= L'Z') ? static_cast<wchar_t>(c + 32) : c;
+}
 
 // Wildcard match as the Windows search does it: * any run, ? one character, ASCII letters in
 // either case; "*.*" and "*" match every name.
@@ -120,7 +122,9 @@ bool FileSearch::First(const wchar_t* pattern, FindData& entry) {
   return Deliver(entry);
 }
 
-bool FileSearch::Next(FindData& entry) { return Deliver(entry); }
+bool FileSearch::Next(FindData& entry) {
+  return Deliver(entry);
+}
 
 void FileSearch::Close() {
   names.clear();
