@@ -1,6 +1,8 @@
 // The mapped file, the JPEG segment scan, the segment list and the file-level dump.
 #include "jpeg/jpeg_reader.h"
 
+#include <string>
+
 #include "base/byte_coverage.h"
 #include "base/raw_layer_exception.h"
 #include "jpeg/markers.h"
@@ -15,13 +17,24 @@ MappedFile::MappedFile(const wchar_t* name) {
   if (file < 0) {
     ThrowPlatformError(name, L"CreateFile", LastPlatformError());
   }
-  length = PlatformFileSize(file);
-  if (length == 0xFFFFFFFF) {
+  const uint64_t size = PlatformFileSize64(file);
+  if (size == UINT64_MAX) {
     uint32_t code = LastPlatformError();
     PlatformCloseFile(file);
     file = -1;
     ThrowPlatformError(name, L"GetFileSize", code);
   }
+  // Offsets into the data are signed 32-bit: a file of 2 GiB or more cannot be addressed, and
+  // its length would wrap. It is refused before anything is mapped.
+  if (size > 0x7FFFFFFF) {
+    PlatformCloseFile(file);
+    file = -1;
+    wchar_t message[100];
+    const std::wstring digits = std::to_wstring(size);  // %lu holds 32 bits only
+    FormatBuffer(message, 100, L"File too large (%s bytes)", digits.c_str());
+    throw RawLayerException(message);
+  }
+  length = static_cast<uint32_t>(size);
   mapping = PlatformCreateMapping(file, length);
   if (mapping == nullptr) {
     uint32_t code = LastPlatformError();

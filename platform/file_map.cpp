@@ -45,6 +45,14 @@ int PlatformOpenRead(const wchar_t* name) {
   return fd;
 }
 
+uint64_t PlatformFileSize64(int file) {
+  struct stat info;
+  if (fstat(file, &info) != 0) {
+    return UINT64_MAX;
+  }
+  return static_cast<uint64_t>(info.st_size);
+}
+
 uint32_t PlatformFileSize(int file) {
   struct stat info;
   if (fstat(file, &info) != 0) {

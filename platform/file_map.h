@@ -16,6 +16,8 @@ std::string NativePath(const wchar_t* name);
 int PlatformOpenRead(const wchar_t* name);
 // Low 32 bits of the file's size (GetFileSize); 0xFFFFFFFF on failure.
 uint32_t PlatformFileSize(int file);
+// The whole size of the file; UINT64_MAX on failure.
+uint64_t PlatformFileSize64(int file);
 // Maps `length` bytes read-only (CreateFileMapping); null on failure, also for length 0.
 void* PlatformCreateMapping(int file, uint32_t length);
 // The view of a mapping (MapViewOfFile); null on failure.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -162,6 +163,40 @@ TEST(JPEGReader, CorpusFilesScanAndDump) {
     }
   }
   EXPECT_GT(count, 0);
+}
+
+// Offsets are signed 32-bit: files of 2 GiB and more are refused before they are mapped, with
+// their whole size. The files are sparse: nothing is written.
+TEST(JPEGReader, RefusesFilesOfTwoGigabytesAndMore) {
+  struct Case {
+    uint64_t size;
+    const wchar_t* message;  // null: the file is mapped
+  };
+  const Case cases[] = {{0x7FFFFFFF, nullptr},
+                        {0x80000000, L"File too large (2147483648 bytes)"},
+                        {0x10000000A, L"File too large (4294967306 bytes)"}};
+  const std::filesystem::path dir = test::MakeTempDir();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.size);
+    const std::filesystem::path path = dir / "big.jpg";
+    std::filesystem::remove(path);
+    { std::ofstream(path, std::ios::binary) << ""; }
+    std::error_code error;
+    std::filesystem::resize_file(path, c.size, error);
+    if (error) {
+      GTEST_SKIP() << "no sparse file of " << c.size << " bytes here";
+    }
+    const std::wstring name = DecodeUtf8(path.string().data(), path.string().size());
+    try {
+      JPEGReader reader(name.c_str());
+      EXPECT_EQ(c.message, nullptr);
+      EXPECT_EQ(reader.length, c.size);
+    } catch (const RawLayerException& e) {
+      ASSERT_NE(c.message, nullptr) << "refused a file it can address";
+      EXPECT_EQ(std::wstring(e.message), c.message);
+    }
+  }
+  std::filesystem::remove_all(dir);
 }
 
 }  // namespace
