@@ -9,6 +9,7 @@
 #include <cwchar>
 #include <numeric>
 
+#include "platform/file_map.h"
 #include "platform/format.h"
 
 namespace corvi {
@@ -52,6 +53,16 @@ bool IsDirectory(const std::string& path) {
 }
 
 }  // namespace
+
+bool PlatformDirectoryId(const wchar_t* path, DirectoryId& id) {
+  struct stat info;
+  if (stat(NativePath(path).c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+    return false;
+  }
+  id.device = static_cast<uint64_t>(info.st_dev);
+  id.inode = static_cast<uint64_t>(info.st_ino);
+  return true;
+}
 
 std::wstring DecodeArgument(const char* argument) {
   return DecodeUtf8(argument, std::strlen(argument));

@@ -39,6 +39,15 @@ class FileSearch {
   size_t next = 0;
 };
 
+// Identity of a directory, the same under every name that reaches it (links included).
+struct DirectoryId {
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  bool operator==(const DirectoryId&) const = default;
+};
+// False when `path` names no directory that can be examined.
+bool PlatformDirectoryId(const wchar_t* path, DirectoryId& id);
+
 // Decodes a command-line argument: UTF-8, with each byte of an invalid sequence as U+DC80 + byte.
 std::wstring DecodeArgument(const char* argument);
 

@@ -1,8 +1,10 @@
 // The walk over names and directories, the per-file pipeline and its decode stage.
 #include "tool/pipeline.h"
 
+#include <algorithm>
 #include <cwchar>
 #include <memory>
+#include <vector>
 
 #include "base/byte_coverage.h"
 #include "base/raw_layer.h"
@@ -61,6 +63,27 @@ bool AppendPath(wchar_t* path, size_t length, const wchar_t* text) {
   return true;
 }
 
+// The directories being walked, outermost first: a link back to one of them is not followed,
+// so a link to a parent cannot make the walk repeat itself.
+std::vector<DirectoryId> walked;
+
+// Walks into the directory `directory` through `pattern` unless it is being walked already.
+int32_t WalkDirectory(const wchar_t* directory, const wchar_t* pattern) {
+  DirectoryId id;
+  const bool known = PlatformDirectoryId(directory, id);
+  if (known && std::find(walked.begin(), walked.end(), id) != walked.end()) {
+    return 0;
+  }
+  if (known) {
+    walked.push_back(id);
+  }
+  const int32_t count = WalkPattern(pattern);
+  if (known) {
+    walked.pop_back();
+  }
+  return count;
+}
+
 }  // namespace
 
 int32_t WalkPattern(const wchar_t* pattern) {
@@ -78,17 +101,17 @@ int32_t WalkPattern(const wchar_t* pattern) {
     wchar_t path[kPathCapacity];
     if ((entry.dwFileAttributes & kDirectoryAttribute) != 0) {
       bool fits;
+      wchar_t directory[kPathCapacity];
       if (std::wcscmp(pattern, L".") == 0) {
-        fits = AppendPath(path, 0, L"*.*");
+        fits = AppendPath(path, 0, L"*.*") && AppendPath(directory, 0, L".");
       } else {
         size_t prefix = CopyPrefix(pattern, path);
-        fits = AppendPath(path, prefix, name) &&
+        fits = AppendPath(path, prefix, name) && AppendPath(directory, 0, path) &&
                AppendPath(path, std::wcslen(path), L"\\*.*");
       }
-      // A path longer than the buffer is passed over; this also ends a walk that a link back to
-      // a parent directory would otherwise repeat without end.
+      // A path longer than the buffer is passed over.
       if (fits) {
-        count += WalkPattern(path);
+        count += WalkDirectory(directory, path);
       }
       continue;
     }
@@ -126,8 +149,8 @@ void ProcessFile(const wchar_t* path) {
     }
     uint32_t left = reader.coverage->LeftCount();
     uint32_t identified = reader.length - left;
-    Print(out, L"Finished parsing %s (identified %d bytes out of %d, %d left).\n", path,
-          identified, reader.length, left);
+    Print(out, L"Finished parsing %s (identified %d bytes out of %d, %d left).\n", path, identified,
+          reader.length, left);
     if (decode) {
       DecodeStage(*reader.markers);
     }

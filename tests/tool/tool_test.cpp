@@ -121,6 +121,18 @@ TEST_F(ToolTest, DotWalksTheCurrentDirectory) {
   EXPECT_EQ(r.err, "");
 }
 
+// Links back to a directory being walked are not followed; other links are.
+TEST_F(ToolTest, LinksBackToAWalkedDirectoryAreNotFollowed) {
+  ASSERT_EQ(symlink("..", (work + "/tree/sub/up").c_str()), 0);
+  ASSERT_EQ(symlink("../..", (work + "/tree/sub/deep/top").c_str()), 0);
+  ASSERT_EQ(symlink("deep", (work + "/tree/sub/side").c_str()), 0);
+  Result r = RunTool(work + "/tree", {"-q", "."});
+  EXPECT_EQ(r.out, Quiet("a.jpg") + Quiet("sub\\deep\\z.jpg") + Quiet("sub\\side\\z.jpg"));
+  r = RunTool(work, {"-q", "tree"});
+  EXPECT_EQ(r.out, Quiet("tree\\a.jpg") + Quiet("tree\\sub\\deep\\z.jpg") +
+                       Quiet("tree\\sub\\side\\z.jpg"));
+}
+
 TEST_F(ToolTest, UnreadableFile) {
   chmod((work + "/x.jpg").c_str(), 0);
   if (access((work + "/x.jpg").c_str(), R_OK) == 0) {
