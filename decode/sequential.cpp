@@ -70,10 +70,30 @@ void BuildAcLookup(const HuffmanTable& table, AcEntry* lookup) {
   }
 }
 
-// DecodeSequentialMcu with the AC lookups of the four component slots; the reader lives in
-// locals and goes back into a BitReader only around the long way. The reader is refilled ahead
-// of need, which gives the same bits (RefillBits); whatever the lookup cannot settle with the
-// bits held is decoded by DecodeSymbol and ReceiveBits exactly as DecodeSequentialMcu does.
+// The literal refill step of DecodeSymbol on page 0, taken inline: when the refill brings the
+// accumulator above 24 bits the symbol can be decoded without another refill, so committing the
+// new bits now ends in the state the full decode stores. Returns false, with nothing changed,
+// when the data ran short: then only the full decode knows which bytes it keeps.
+inline bool RefillForSymbol(const uint8_t*& cursor, const uint8_t* end, uint32_t& bits,
+                            uint32_t& bit_count) {
+  const uint8_t* c = cursor;
+  uint32_t b = bits;
+  uint32_t n = bit_count;
+  RefillBits(c, end, b, n);
+  if (n <= 24) {
+    return false;
+  }
+  cursor = c;
+  bits = b;
+  bit_count = n;
+  return true;
+}
+
+// One MCU with the AC lookups of the four component slots. The reader lives in locals and goes
+// back into a BitReader only around the long way. Bytes are taken exactly where DecodeSymbol and
+// ReceiveBits would take them: a refill is only done where their steps do one, because near the
+// end of the data the bytes a refill took can be dropped again (a failed refill behind a link),
+// and bytes taken early would survive that.
 int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader,
                        int32_t* dc_predictors, const AcEntry* const* lookups) {
   BitReader slow = reader;
@@ -88,12 +108,13 @@ int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader
     }
     const HuffmanTable& dc_table = *c->dc_table;
     const HuffmanTable& ac_table = *c->ac_table;
+    const uint16_t* const page0 = ac_table.pages;
     const AcEntry* lookup = lookups[slot];
     for (int32_t b = c->h * c->v; b > 0; --b) {
       std::memset(out, 0, 64 * sizeof(int16_t));
 
-      // DC difference, the long way (see DecodeSequentialMcu).
-      RefillBits(cursor, end, bits, bit_count);
+      // DC difference: the symbol is a bit count with no upper limit tested; the predictor runs
+      // in uint32_t and the coefficient takes its low 16 bits.
       slow.cursor = cursor;
       slow.bits = bits;
       slow.bit_count = bit_count;
@@ -107,9 +128,11 @@ int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader
       dc_predictors[slot] = static_cast<int32_t>(predictor);
       out[0] = static_cast<int16_t>(static_cast<uint16_t>(predictor));
 
+      // AC coefficients. Every symbol with size 0 but ZRL ends the block, and a run that would
+      // take k past 63 ends it too, after its value bits are read: no coefficient exists there,
+      // and nothing is written outside the block.
       uint32_t k = 1;
       while (k < 64) {
-        RefillBits(cursor, end, bits, bit_count);
         const AcEntry e = lookup[bits >> (32 - kLookaheadBits)];
         if (e.total != 0 && e.total <= bit_count) {
           if (e.end != 0) {
@@ -125,6 +148,13 @@ int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader
           }
           out[zigzag[k]] = e.value;
           ++k;
+          continue;
+        }
+        // A code of page 0 that the bits held do not cover (or no bits at all): DecodeSymbol
+        // refills here. A link with 8 bits held is followed first, so it goes the long way.
+        const uint32_t entry = page0[bits >> 24];
+        if ((entry >> 8) > bit_count && ((entry & 0xFF00) != 0xFE00 || bit_count < 8) &&
+            bit_count <= 24 && RefillForSymbol(cursor, end, bits, bit_count)) {
           continue;
         }
         // The long way for one symbol.
@@ -236,56 +266,6 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
     ConvertMcuRow(state, layer, static_cast<uint32_t>(r) * static_cast<uint32_t>(state.mcu_height),
                   samples.get());
   }
-}
-
-int16_t* DecodeSequentialMcu(DecodeState& state, int16_t* out, BitReader& reader,
-                             int32_t* dc_predictors) {
-  BitReader local = reader;  // the hot loop works on a copy, written back once
-  for (int32_t slot = 0; slot < 4; ++slot) {
-    const ComponentInfo* c = state.components[slot];
-    if (c == nullptr || c->h * c->v <= 0) {
-      continue;
-    }
-    const HuffmanTable& dc_table = *c->dc_table;
-    const HuffmanTable& ac_table = *c->ac_table;
-    for (int32_t b = c->h * c->v; b > 0; --b) {
-      std::memset(out, 0, 64 * sizeof(int16_t));
-
-      // T.81 F.2.2.1: DC difference. The symbol is a bit count with no upper limit tested; the
-      // predictor runs in uint32_t and the coefficient takes its low 16 bits.
-      uint32_t s = DecodeSymbol(local, dc_table);
-      int32_t diff = s != 0 ? Extend(ReceiveBits(local, s), s) : 0;
-      uint32_t predictor = static_cast<uint32_t>(dc_predictors[slot]) + static_cast<uint32_t>(diff);
-      dc_predictors[slot] = static_cast<int32_t>(predictor);
-      out[0] = static_cast<int16_t>(static_cast<uint16_t>(predictor));
-
-      // T.81 F.2.2.2: AC coefficients. Every symbol with size 0 but ZRL ends the block, and a run
-      // that would take k past 63 ends it too, after its value bits are read: no coefficient
-      // exists there, and nothing is written outside the block.
-      uint32_t k = 1;
-      while (k < 64) {
-        uint32_t rs = DecodeSymbol(local, ac_table);
-        uint32_t run = rs >> 4;
-        uint32_t size = rs & 15;
-        if (size != 0) {
-          k += run;
-          int32_t value = Extend(ReceiveBits(local, size), size);
-          if (k > 63) {
-            break;
-          }
-          out[zigzag[k]] = static_cast<int16_t>(static_cast<uint16_t>(value));
-          ++k;
-        } else if (run == 15) {
-          k += 16;
-        } else {
-          break;
-        }
-      }
-      out += 64;
-    }
-  }
-  reader = local;
-  return out;
 }
 
 void SeekRestartMarker(BitReader& reader, uint32_t restart_number) {

@@ -11,10 +11,6 @@ struct RawLayer;
 
 void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, int32_t length);
 
-// Decodes one MCU into the blocks at `out`; returns the block behind the last one written.
-int16_t* DecodeSequentialMcu(DecodeState& state, int16_t* out, BitReader& reader,
-                             int32_t* dc_predictors);
-
 // The restart step: drops the reader's bits and moves its cursor behind the next FF Dn with
 // n = restart_number & 7, or to the end.
 void SeekRestartMarker(BitReader& reader, uint32_t restart_number);

@@ -13,6 +13,7 @@
 #include "decode/decode_state.h"
 #include "decode/huffman.h"
 #include "tests/support/jpeg_builder.h"
+#include "tests/support/literal_decode.h"
 
 namespace corvi {
 namespace {
@@ -251,6 +252,85 @@ TEST(SeekRestartMarker, FindsOnlyTheExpectedPair) {
     EXPECT_EQ(reader.bits, 0u);
     EXPECT_EQ(reader.bit_count, 0u);
   }
+}
+
+}  // namespace
+}  // namespace corvi
+
+namespace corvi {
+namespace {
+
+// Random tables with codes of 1 to 16 bits and random short streams that end in the middle of
+// codes, at markers and at lone 0xFF bytes: the production decoder, with its lookups, gives what
+// the literal reference gives. The tail of the data is where taking bytes early would differ.
+TEST(DecodeSequential, MatchesTheLiteralDecoderOnShortDamagedStreams) {
+  uint32_t seed = 12345;
+  auto next = [&seed](uint32_t range) {
+    seed = seed * 1103515245u + 12345u;
+    return (seed >> 8) % range;
+  };
+  auto table = [&next](std::vector<uint8_t>& counts, Bytes& symbols, bool dc) {
+    counts.assign(16, 0);
+    symbols.clear();
+    // A few short codes and a few long ones, within the code space.
+    const uint32_t lengths[] = {1 + next(3), 2 + next(4), 9 + next(8), 9 + next(8)};
+    uint64_t space = 0;  // used code space in units of 2^-16
+    for (uint32_t length : lengths) {
+      if (space + (uint64_t{1} << (16 - length)) > (uint64_t{1} << 16) - 1) {
+        continue;
+      }
+      space += uint64_t{1} << (16 - length);
+      ++counts[length - 1];
+    }
+    for (uint8_t count : counts) {
+      for (uint8_t i = 0; i < count; ++i) {
+        symbols.push_back(static_cast<uint8_t>(dc ? next(12) : next(256)));
+      }
+    }
+    // Symbols follow the counts in length order; the builder writes them as given.
+  };
+  int differing = 0;
+  for (int iteration = 0; iteration < 20000; ++iteration) {
+    std::vector<uint8_t> dc_counts, ac_counts;
+    Bytes dc_symbols, ac_symbols;
+    table(dc_counts, dc_symbols, true);
+    table(ac_counts, ac_symbols, false);
+    Bytes entropy;
+    const uint32_t length = next(10);
+    for (uint32_t i = 0; i < length; ++i) {
+      const uint32_t kind = next(8);
+      if (kind == 0) {
+        entropy.push_back(0xFF);
+        entropy.push_back(0x00);
+      } else {
+        entropy.push_back(static_cast<uint8_t>(kind == 1 ? 0xFF : next(256)));
+      }
+    }
+    if (next(2) == 0) {
+      entropy.push_back(0xFF);
+      entropy.push_back(static_cast<uint8_t>(0xD0 + next(8)));
+      entropy.push_back(static_cast<uint8_t>(next(256)));
+    }
+    JpegBuilder b;
+    b.Soi().Dqt(0).Sof(0xC0, 8, 16, 16, {{1, 0x11, 0}});
+    b.Dht(0, 0, dc_counts, dc_symbols).Dht(1, 0, ac_counts, ac_symbols);
+    if (next(3) == 0) {
+      b.Dri(static_cast<uint16_t>(1 + next(2)));
+    }
+    const Bytes bytes = b.Sos({{1, 0x00}}).Entropy(entropy).Eoi().bytes();
+    const test::DecodeOutcome literal = test::DecodeLiterally(bytes);
+    const test::DecodeOutcome library = test::DecodeWithLibrary(bytes);
+    if (!(literal == library)) {
+      ++differing;
+      if (differing <= 3) {
+        ADD_FAILURE() << "iteration " << iteration << ": literal error '"
+                      << std::string(literal.error.begin(), literal.error.end())
+                      << "', library error '"
+                      << std::string(library.error.begin(), library.error.end()) << "'";
+      }
+    }
+  }
+  EXPECT_EQ(differing, 0);
 }
 
 }  // namespace

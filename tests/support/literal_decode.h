@@ -1,0 +1,34 @@
+// Reference decoders written step by step from the rules, without lookups or shortcuts: the
+// production decoders are compared with these on the same input.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "tests/support/jpeg_builder.h"
+
+namespace corvi::test {
+
+// What a decode gives: the error text (empty on success), the frame size and a hash of the
+// pixels (0 when none were decoded).
+struct DecodeOutcome {
+  std::wstring error;
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint64_t pixel_hash = 0;
+
+  bool operator==(const DecodeOutcome&) const = default;
+};
+
+// FNV-1a over the RGBA samples, low byte first.
+uint64_t HashPixels(const uint16_t* pixels, uint64_t count);
+
+// The library's decode of a file held in memory.
+DecodeOutcome DecodeWithLibrary(const Bytes& bytes);
+
+// The same file with the baseline scan decoded by the literal reference: one MCU at a time
+// through DecodeSymbol and ReceiveBits, every block cleared and decoded in full. Frames of
+// other modes give the library's outcome.
+DecodeOutcome DecodeLiterally(const Bytes& bytes);
+
+}  // namespace corvi::test
