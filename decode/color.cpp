@@ -195,6 +195,14 @@ void ConvertMcuGray(const float* blocks, uint16_t* pixels, uint32_t stride) {
 }
 
 void ConvertMcuRow(const DecodeState& state, RawLayer& layer, uint32_t y, const float* samples) {
+  if (layer.pixels == nullptr || y >= state.height) {
+    return;
+  }
+  ConvertMcuRowInto(state, layer.pixels + uint64_t{y} * state.width * 4, y, samples);
+}
+
+void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y,
+                       const float* samples) {
   ConvertMcu convert = nullptr;
   switch (state.sampling_mode) {
     case 1:
@@ -220,14 +228,14 @@ void ConvertMcuRow(const DecodeState& state, RawLayer& layer, uint32_t y, const 
   const uint32_t mcu_width = static_cast<uint32_t>(state.mcu_width);
   const uint32_t mcu_height = static_cast<uint32_t>(state.mcu_height);
   const size_t block_step = static_cast<size_t>(state.blocks_per_mcu) * 64;
-  if (y >= height || layer.pixels == nullptr) {
+  if (y >= height || rows == nullptr) {
     return;
   }
   const bool full_rows = uint64_t{y} + mcu_height <= height;
 
   // Partial MCUs are converted whole into scratch (stride 32) and only their image part copied.
   uint16_t scratch[32 * 32 * 4];
-  uint16_t* dest = layer.pixels + uint64_t{y} * width * 4;
+  uint16_t* dest = rows;
   const float* block = samples;
   uint32_t x = 0;
   for (int32_t i = 0; i < state.mcus_across && x < width; ++i, block += block_step) {

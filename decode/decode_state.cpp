@@ -108,6 +108,26 @@ const uint32_t zigzag[64] = {
     58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63,  //
 };
 
+namespace {
+
+// Out of line, so that the buffers below take no room in DecodeImage's frame: a chain of nested
+// thumbnails runs DecodeImage once per level on the same stack.
+[[gnu::noinline]] void NameFrame(const DecodeState& state, RawLayer& layer) {
+  char mode[100];
+  std::snprintf(mode, sizeof mode, "%s %s", ModeName(state.frame_mode),
+                kSamplingRows[state.sampling_mode - 1].name);
+  layer.properties.SetCompressionMode(mode);
+}
+
+[[noreturn, gnu::noinline]] void ThrowUnsupportedMode(uint8_t frame_mode) {
+  wchar_t message[200];
+  FormatBuffer(message, 200, L"Unsupported image format (mode=SOF%d)",
+               static_cast<int>(frame_mode) - 0xC0);
+  throw RawLayerException(message);
+}
+
+}  // namespace
+
 void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer, bool header_only) {
   for (uint32_t i = 0; i < markers.count; ++i) {
     markers.items[i]->Apply(state, layer, header_only);
@@ -116,25 +136,19 @@ void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer,
     throw RawLayerException(L"No compressed image data");
   }
   PlanSampling(state);
-
-  char mode[100];
-  std::snprintf(mode, sizeof mode, "%s %s", ModeName(state.frame_mode),
-                kSamplingRows[state.sampling_mode - 1].name);
-  layer.properties.SetCompressionMode(mode);
+  NameFrame(state, layer);
 
   layer.FreePixels();
   if (header_only || state.width == 0 || state.height == 0) {
     return;
   }
+  CheckLimit(L"Too many pixels", uint64_t{state.width} * state.height, state.limits.max_pixels);
   if (state.frame_mode == 0xC0) {
     DecodeSequential(state, layer, markers.compressed_data, markers.compressed_length);
   } else if (state.frame_mode == 0xC2) {
     DecodeProgressive(state, layer, markers.compressed_data, markers.compressed_length);
   } else {
-    wchar_t message[200];
-    FormatBuffer(message, 200, L"Unsupported image format (mode=SOF%d)",
-                 static_cast<int>(state.frame_mode) - 0xC0);
-    throw RawLayerException(message);
+    ThrowUnsupportedMode(state.frame_mode);
   }
 }
 

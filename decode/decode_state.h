@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "base/limits.h"
+
 namespace corvi {
 
 struct HuffmanTable;
@@ -52,6 +54,15 @@ struct DecodeState {
   int32_t mcus_down = 0;
   int32_t mcu_count = 0;
   int32_t blocks_per_row = 0;
+
+  // What the caller allows this stream; the thumbnail of a stream gets the same.
+  Limits limits;
+  // False: each MCU row is converted into a reused row buffer and dropped, so no pixel buffer
+  // is allocated; the layer keeps its size and properties. The tool's decode works this way.
+  bool keep_pixels = true;
+  // False: also the work that is shown to change nothing is done (the scans and blocks read
+  // from exhausted data, the rows that no data reached). For comparisons in the tests.
+  bool skip_idle = true;
 
   DecodeState() = default;
   DecodeState(const DecodeState&) = delete;

@@ -1,6 +1,7 @@
 // Huffman decode tables and the bit reader of the entropy decoder.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace corvi {
@@ -54,6 +55,20 @@ inline void RefillBits(const uint8_t*& cursor, const uint8_t* end, uint32_t& bit
     bits |= b << (24 - bit_count);
     bit_count += 8;
   }
+}
+
+// Whether a refill can take no byte: the cursor stands at the end, at a marker or at a lone 0xFF
+// at the end. Only a restart step moves it on from there.
+inline bool AtDataStop(const BitReader& reader) {
+  const uint8_t* cursor = reader.cursor;
+  const ptrdiff_t left = reader.end - cursor;
+  return left <= 0 || (cursor[0] == 0xFF && (left < 2 || cursor[1] != 0));
+}
+
+// Whether the reader gives no more bits: none held and none to take. Every symbol then reads 0
+// and every bit 0 without a bit consumed, until a restart step moves the cursor.
+inline bool Exhausted(const BitReader& reader) {
+  return reader.bit_count == 0 && AtDataStop(reader);
 }
 
 // Builds `table` from the DHT payload at `position` (on the 16 counts); moves `position` past the

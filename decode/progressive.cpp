@@ -1,10 +1,12 @@
 // Progressive Huffman decoding: the whole image's coefficients, scan after scan.
 #include "decode/progressive.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "base/byte_coverage.h"
+#include "base/limits.h"
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
 #include "decode/color.h"
@@ -17,11 +19,6 @@
 
 namespace corvi {
 namespace {
-
-// Scans beyond this many are refused. A scan costs a walk over the frame's blocks even when it
-// holds no data, so a file of a few kilobytes could otherwise keep a large frame busy for
-// minutes. Encoders write about ten scans; a thousand leaves room for any scan script.
-constexpr int32_t kMaxScans = 1000;
 
 // T.81 B.2.3: at most 10 blocks in an MCU. The planned layouts have 6 at most.
 constexpr int32_t kMaxBlocksPerMcu = 10;
@@ -353,9 +350,76 @@ struct RestartCounter {
   }
 };
 
+
+// What exhausted data does to the rest of a scan, or nothing when the full walk must decide: a
+// block that would throw for a missing table is not passed over.
+struct IdleScan {
+  bool allowed;  // units may be passed over once the reader is exhausted
+  bool dc_fill;  // a first DC scan: each passed unit takes its component's last DC value
+  bool ac;       // the band holds AC coefficients
+  // What a unit does depends on the block's own AC coefficients (correction bits): a unit that
+  // consumed nothing says so for the next one only where no AC coefficient has been decoded.
+  bool reads_block;
+};
+
+IdleScan IdleOf(const DecodeState& state, const ScanBand& band, bool skip_idle) {
+  IdleScan idle{skip_idle, band.start == 0 && band.high == 0, band.end >= 1,
+                band.end >= 1 && band.high != 0};
+  for (const ComponentInfo* c : state.components) {
+    if (c == nullptr || !c->in_scan) {
+      continue;
+    }
+    if ((idle.dc_fill && c->dc_table == nullptr) || (idle.ac && c->ac_table == nullptr)) {
+      idle.allowed = false;
+    }
+  }
+  return idle;
+}
+
+// An end-of-band run counts one unit per block passed.
+inline void PassRun(uint32_t& eob_run, uint64_t blocks) {
+  eob_run = blocks >= eob_run ? 0 : eob_run - static_cast<uint32_t>(blocks);
+}
+
+// Stores the DC value of a passed block. A zero into a row that no data has reached is already
+// there: the store's pages there stay untouched.
+inline void FillDc(CoefficientStore& store, int64_t row, int16_t* block, int16_t value) {
+  if (value == 0 && row >= store.touched_rows) {
+    return;
+  }
+  if (block[0] != value) {
+    block[0] = value;
+  }
+  if (row >= store.touched_rows) {
+    store.touched_rows = row + 1;
+  }
+}
+
+// Records that a unit of MCU row `row` was decoded from data.
+inline void MarkDecoded(CoefficientStore& store, const IdleScan& idle, int64_t row) {
+  if (row >= store.touched_rows) {
+    store.touched_rows = row + 1;
+  }
+  if (idle.ac && row >= store.ac_touched_rows) {
+    store.ac_touched_rows = row + 1;
+  }
+}
+
+// Whether a unit decoded at a data stop, which left the reader as it found it, shows that every
+// following unit up to the next restart consumes nothing either: they start from the same bits
+// with the same tables and no end-of-band run (a unit inside a run reads no symbol, so it says
+// nothing of the units behind the run), and a refinement's correction bits find no AC
+// coefficient.
+inline bool Settled(bool stuck, uint32_t eob_run_before, const BitReader& before,
+                    const BitReader& after, const IdleScan& idle, const CoefficientStore& store,
+                    int64_t row) {
+  return stuck && eob_run_before == 0 && after.bit_count == before.bit_count &&
+         after.bits == before.bits && (!idle.reads_block || row >= store.ac_touched_rows);
+}
+
 template <BlockKind kind>
 void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const ScanBand& band,
-                     int16_t* coefficients, BitReader& shared_reader) {
+                     CoefficientStore& store, BitReader& shared_reader) {
   // The blocks of an MCU that this scan decodes: their offsets in the MCU and their slots.
   int32_t offsets[kMaxBlocksPerMcu];
   int32_t slots[kMaxBlocksPerMcu];
@@ -371,6 +435,7 @@ void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const 
     }
   }
   const int64_t mcu_count = state.mcu_count;
+  const int64_t mcus_across = state.mcus_across > 0 ? state.mcus_across : 1;
   RestartCounter restart(state.restart_interval);
   if (unit_count == 0) {
     // Nothing to decode; only the restart steps move the reader. Once it stands at the end
@@ -385,19 +450,59 @@ void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const 
     }
     return;
   }
+  const IdleScan idle = IdleOf(state, band, state.skip_idle);
   int32_t dc_predictors[4] = {};
   uint32_t eob_run = 0;
   const int64_t mcu_stride = int64_t{layout.blocks_per_mcu} * 64;
+  int16_t* const coefficients = store.coefficients;
   BitReader reader = shared_reader;  // a local for the loop, written back once
-  for (int64_t m = 0; m < mcu_count; ++m) {
-    int16_t* mcu = coefficients + m * mcu_stride;
-    for (int32_t u = 0; u < unit_count; ++u) {
-      int32_t slot = slots[u];
-      DecodeUnit<kind>(band, mcu + offsets[u] * 64, reader, *state.components[slot],
-                       dc_predictors[slot], eob_run);
+  bool settled = false;
+  for (int64_t m = 0; m < mcu_count;) {
+    if (idle.allowed && (settled || Exhausted(reader))) {
+      // Up to the next restart or the end of the scan, no unit reads a bit.
+      int64_t run = mcu_count - m;
+      if (restart.countdown < run) {
+        run = restart.countdown;
+      }
+      if (idle.dc_fill) {
+        bool any = false;
+        for (int32_t u = 0; u < unit_count; ++u) {
+          any = any || (dc_predictors[slots[u]] & 0xFFFF) != 0;
+        }
+        // Zeros need writing only where data has been: in the rows below the touched ones.
+        int64_t last = m + run;
+        if (!any && last > store.touched_rows * mcus_across) {
+          last = store.touched_rows * mcus_across;
+        }
+        for (int64_t i = m; i < last; ++i) {
+          int16_t* mcu = coefficients + i * mcu_stride;
+          for (int32_t u = 0; u < unit_count; ++u) {
+            FillDc(store, i / mcus_across, mcu + offsets[u] * 64,
+                   Low16((static_cast<uint32_t>(dc_predictors[slots[u]]) & 0xFFFF) << band.low));
+          }
+        }
+      }
+      PassRun(eob_run, static_cast<uint64_t>(run) * static_cast<uint32_t>(unit_count));
+      m += run;
+      restart.countdown -= static_cast<int32_t>(run - 1);  // the last unit is counted below
+    } else {
+      const int64_t row = m / mcus_across;
+      const bool stuck = idle.allowed && AtDataStop(reader);
+      const BitReader before = reader;
+      const uint32_t run_before = eob_run;
+      int16_t* mcu = coefficients + m * mcu_stride;
+      for (int32_t u = 0; u < unit_count; ++u) {
+        int32_t slot = slots[u];
+        DecodeUnit<kind>(band, mcu + offsets[u] * 64, reader, *state.components[slot],
+                         dc_predictors[slot], eob_run);
+      }
+      settled = Settled(stuck, run_before, before, reader, idle, store, row);
+      MarkDecoded(store, idle, row);
+      ++m;
     }
-    if (m + 1 < mcu_count && restart.Count(reader)) {
+    if (m < mcu_count && restart.Count(reader)) {
       std::memset(dc_predictors, 0, sizeof(dc_predictors));
+      settled = false;
     }
   }
   shared_reader = reader;
@@ -407,7 +512,7 @@ void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const 
 // the leading min(MCUs × factor, ceil(size / 8)) block columns and rows.
 template <BlockKind kind>
 void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
-                         const ScanBand& band, int16_t* coefficients, BitReader& shared_reader) {
+                         const ScanBand& band, CoefficientStore& store, BitReader& shared_reader) {
   int32_t slot = 0;
   while (slot < 4 && (state.components[slot] == nullptr || !state.components[slot]->in_scan)) {
     ++slot;
@@ -429,28 +534,63 @@ void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
     rows = int64_t{state.mcus_down} * v;
   }
   const int64_t total = columns * rows;
+  if (total <= 0) {
+    return;
+  }
   const int64_t mcu_stride = int64_t{layout.blocks_per_mcu} * 64;
+  int16_t* const coefficients = store.coefficients;
+  // The block at column x of block row y.
+  auto block_at = [&](int64_t y, int64_t x) {
+    return coefficients + (y / v) * mcus_across * mcu_stride + (first + (y % v) * h) * 64 +
+           (x / h) * mcu_stride + (x % h) * 64;
+  };
+  const IdleScan idle = IdleOf(state, band, state.skip_idle);
   RestartCounter restart(state.restart_interval);
   int32_t dc_predictor = 0;
   uint32_t eob_run = 0;
-  int64_t done = 0;
   BitReader reader = shared_reader;  // a local for the loop, written back once
-  for (int64_t y = 0; y < rows; ++y) {
-    const int64_t mcu_row = y / v;
-    const int64_t br = y % v;
-    int16_t* row = coefficients + mcu_row * mcus_across * mcu_stride + (first + br * h) * 64;
-    int64_t mcu_column = 0;
-    int64_t bc = 0;
-    for (int64_t x = 0; x < columns; ++x) {
-      DecodeUnit<kind>(band, row + mcu_column * mcu_stride + bc * 64, reader, component,
-                       dc_predictor, eob_run);
-      if (++bc == h) {
-        bc = 0;
-        ++mcu_column;
+  int64_t done = 0;
+  int64_t y = 0;
+  int64_t x = 0;
+  bool settled = false;
+  while (done < total) {
+    if (idle.allowed && (settled || Exhausted(reader))) {
+      int64_t run = total - done;
+      if (restart.countdown < run) {
+        run = restart.countdown;
       }
-      if (++done < total && restart.Count(reader)) {
-        dc_predictor = 0;
+      const int16_t value = Low16((static_cast<uint32_t>(dc_predictor) & 0xFFFF) << band.low);
+      if (idle.dc_fill) {
+        // Zeros need writing only where data has been: in the rows below the touched ones.
+        int64_t last = done + run;
+        if (value == 0 && last > store.touched_rows * v * columns) {
+          last = store.touched_rows * v * columns;
+        }
+        for (int64_t i = done; i < last; ++i) {
+          FillDc(store, (i / columns) / v, block_at(i / columns, i % columns), value);
+        }
       }
+      PassRun(eob_run, static_cast<uint64_t>(run));
+      done += run;
+      y = done / columns;
+      x = done % columns;
+      restart.countdown -= static_cast<int32_t>(run - 1);
+    } else {
+      const bool stuck = idle.allowed && AtDataStop(reader);
+      const BitReader before = reader;
+      const uint32_t run_before = eob_run;
+      DecodeUnit<kind>(band, block_at(y, x), reader, component, dc_predictor, eob_run);
+      settled = Settled(stuck, run_before, before, reader, idle, store, y / v);
+      MarkDecoded(store, idle, y / v);
+      ++done;
+      if (++x == columns) {
+        x = 0;
+        ++y;
+      }
+    }
+    if (done < total && restart.Count(reader)) {
+      dc_predictor = 0;
+      settled = false;
     }
   }
   shared_reader = reader;
@@ -458,11 +598,11 @@ void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
 
 template <BlockKind kind>
 void Walk(const DecodeState& state, const BlockLayout& layout, const ScanBand& band,
-          int16_t* coefficients, BitReader& reader) {
+          CoefficientStore& store, BitReader& reader) {
   if (state.scan_components == 1) {
-    SingleComponentWalk<kind>(state, layout, band, coefficients, reader);
+    SingleComponentWalk<kind>(state, layout, band, store, reader);
   } else {
-    InterleavedWalk<kind>(state, layout, band, coefficients, reader);
+    InterleavedWalk<kind>(state, layout, band, store, reader);
   }
 }
 
@@ -486,23 +626,36 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
   const BlockLayout layout = PlannedLayout(state);
 
   // Refuse a frame whose buffers cannot all be had before taking any of them: the whole
-  // image's coefficients, the pixels and one MCU row of samples.
+  // image's coefficients, the pixels (or one MCU row of them) and one MCU row of samples.
   const uint64_t block_count = uint64_t(uint32_t(state.mcu_count)) * uint32_t(layout.blocks_per_mcu);
   const uint64_t row_blocks = uint64_t(uint32_t(state.mcus_across)) * uint32_t(layout.blocks_per_mcu);
-  CheckAllocation(block_count * 64 * sizeof(int16_t) +
-                  uint64_t{layer.width} * layer.height * 4 * sizeof(uint16_t) +
+  const uint64_t rows_kept = state.keep_pixels ? layer.height : uint64_t(state.mcu_height);
+  const uint64_t pixel_count = uint64_t{layer.width} * rows_kept;
+  const uint64_t store_bytes = block_count * 64 * sizeof(int16_t);
+  CheckAllocation(store_bytes + pixel_count * 4 * sizeof(uint16_t) +
                   row_blocks * 64 * sizeof(float));
-  std::unique_ptr<int16_t[]> coefficients(AllocateArray<int16_t>(block_count * 64));
-  AdviseHugePages(coefficients.get(), block_count * 64 * sizeof(int16_t));
-  std::memset(coefficients.get(), 0, block_count * 64 * sizeof(int16_t));
+  // Zeroed by the allocator: a large block comes as fresh pages, and pages that no scan writes
+  // are never touched.
+  std::unique_ptr<int16_t, void (*)(void*)> owner(
+      static_cast<int16_t*>(std::calloc(store_bytes != 0 ? store_bytes : 1, 1)), std::free);
+  if (owner == nullptr) {
+    throw RawLayerException(L"Image too large for this machine's memory");
+  }
+  CoefficientStore store;
+  store.coefficients = owner.get();
 
   BitReader reader;
   reader.cursor = data;
   reader.end = data + (length > 0 ? length : 0);
   reader.Clear();
-  DecodeScans(state, layer, coefficients.get(), reader);
+  DecodeScans(state, layer, store, reader);
 
-  layer.AllocatePixels();
+  std::unique_ptr<uint16_t[]> row_buffer;
+  if (state.keep_pixels) {
+    layer.AllocatePixels();
+  } else {
+    row_buffer.reset(AllocateArray<uint16_t>(pixel_count * 4));
+  }
   std::unique_ptr<float[]> samples(AllocateArray<float>(row_blocks * 64));
   const QuantTable* block_tables[kMaxBlocksPerMcu] = {};
   for (int slot = 0; slot < 4; ++slot) {
@@ -512,8 +665,12 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
       }
     }
   }
-  for (int64_t r = 0; r < state.mcus_down; ++r) {
-    const int16_t* block = coefficients.get() + r * static_cast<int64_t>(row_blocks) * 64;
+  int64_t rows = state.mcus_down;
+  if (state.skip_idle && !state.keep_pixels && store.touched_rows < rows) {
+    rows = store.touched_rows;  // the rows below are flat grey, and nobody keeps them
+  }
+  for (int64_t r = 0; r < rows; ++r) {
+    const int16_t* block = store.coefficients + r * static_cast<int64_t>(row_blocks) * 64;
     float* sample = samples.get();
     for (int64_t m = 0; m < state.mcus_across; ++m) {
       for (int32_t b = 0; b < layout.blocks_per_mcu; ++b) {
@@ -522,17 +679,20 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
         sample += 64;
       }
     }
-    ConvertMcuRow(state, layer, static_cast<uint32_t>(r * state.mcu_height), samples.get());
+    const auto y = static_cast<uint32_t>(r * state.mcu_height);
+    if (state.keep_pixels) {
+      ConvertMcuRow(state, layer, y, samples.get());
+    } else {
+      ConvertMcuRowInto(state, row_buffer.get(), y, samples.get());
+    }
   }
 }
 
-void DecodeScans(DecodeState& state, RawLayer& layer, int16_t* coefficients, BitReader& reader) {
-  int32_t scan_count = 0;
+void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader) {
+  uint64_t scan_count = 0;
   while (reader.cursor < reader.end) {
-    if (++scan_count > kMaxScans) {
-      throw RawLayerException(L"Too many scans in progressive JPEG");
-    }
-    DecodeScan(state, coefficients, reader);
+    CheckLimit(L"Too many scans", ++scan_count, state.limits.max_scans);
+    DecodeScan(state, store, reader);
     if (reader.cursor >= reader.end) {
       return;  // the range stops at the end-of-image marker
     }
@@ -589,7 +749,7 @@ void DecodeScans(DecodeState& state, RawLayer& layer, int16_t* coefficients, Bit
   }
 }
 
-void DecodeScan(DecodeState& state, int16_t* coefficients, BitReader& reader) {
+void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader) {
   // A component that the frame lacks has no blocks in the store: refuse the scan rather than
   // guess where its data belongs.
   for (ComponentInfo* c : state.components) {
@@ -606,19 +766,19 @@ void DecodeScan(DecodeState& state, int16_t* coefficients, BitReader& reader) {
   const ScanBand band = BandOf(state);
   switch (KindOf(band)) {
     case BlockKind::kDcFirst:
-      Walk<BlockKind::kDcFirst>(state, layout, band, coefficients, reader);
+      Walk<BlockKind::kDcFirst>(state, layout, band, store, reader);
       break;
     case BlockKind::kDcRefine:
-      Walk<BlockKind::kDcRefine>(state, layout, band, coefficients, reader);
+      Walk<BlockKind::kDcRefine>(state, layout, band, store, reader);
       break;
     case BlockKind::kAcFirst:
-      Walk<BlockKind::kAcFirst>(state, layout, band, coefficients, reader);
+      Walk<BlockKind::kAcFirst>(state, layout, band, store, reader);
       break;
     case BlockKind::kAcRefine:
-      Walk<BlockKind::kAcRefine>(state, layout, band, coefficients, reader);
+      Walk<BlockKind::kAcRefine>(state, layout, band, store, reader);
       break;
     case BlockKind::kMixed:
-      Walk<BlockKind::kMixed>(state, layout, band, coefficients, reader);
+      Walk<BlockKind::kMixed>(state, layout, band, store, reader);
       break;
   }
 }

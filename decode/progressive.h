@@ -10,18 +10,28 @@ struct ComponentInfo;
 struct DecodeState;
 struct RawLayer;
 
+// The coefficients of the whole frame in the layout of the interleaved walk, all 0 at first.
+// The MCU rows from `touched_rows` on have never been written: every coefficient there is 0.
+// From `ac_touched_rows` on, no scan with an AC band has decoded a block: all AC coefficients
+// there are 0.
+struct CoefficientStore {
+  int16_t* coefficients = nullptr;  // not owned
+  int64_t touched_rows = 0;
+  int64_t ac_touched_rows = 0;
+};
+
 // Decodes an SOF2 frame into `layer.pixels`; called by DecodeImage after PlanSampling.
 void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data, int32_t length);
 
 // Decodes the scan at the reader's cursor and every scan behind it, applying the DHT, DRI and
-// SOS segments between them (`layer` is what their Apply is given). Refuses a stream of more
-// than 1000 scans with "Too many scans in progressive JPEG".
-void DecodeScans(DecodeState& state, RawLayer& layer, int16_t* coefficients, BitReader& reader);
+// SOS segments between them (`layer` is what their Apply is given). More scans than the state's
+// limit allows are refused with "Too many scans (N, limit L)".
+void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader);
 
 // Decodes one scan with the parameters of the latest SOS. The block layout is that of the
 // components with a bound quantisation table (the planned frame); a scan naming any other
 // component throws "Scan component is not part of the frame".
-void DecodeScan(DecodeState& state, int16_t* coefficients, BitReader& reader);
+void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader);
 
 // Decodes one block's part of the current scan; `dc_predictor` and `eob_run` are in-out.
 void DecodeProgressiveBlock(const DecodeState& state, int16_t* block, BitReader& reader,

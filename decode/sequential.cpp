@@ -195,15 +195,39 @@ int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader
   return out;
 }
 
+// The blocks of one MCU as exhausted data decodes them: flat, with each component's last DC.
+int16_t* FlatMcu(const DecodeState& state, int16_t* out, const int32_t* dc_predictors) {
+  for (int32_t slot = 0; slot < 4; ++slot) {
+    const ComponentInfo* c = state.components[slot];
+    if (c == nullptr || c->h * c->v <= 0) {
+      continue;
+    }
+    for (int32_t b = c->h * c->v; b > 0; --b) {
+      std::memset(out, 0, 64 * sizeof(int16_t));
+      out[0] = static_cast<int16_t>(static_cast<uint16_t>(dc_predictors[slot]));
+      out += 64;
+    }
+  }
+  return out;
+}
+
 }  // namespace
 
 void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, int32_t length) {
-  // Refuse the image before anything is allocated: the pixels plus one MCU row of coefficients
-  // and samples, all sizes in 64 bits (a 200-byte file can declare 65535 x 65535).
+  // Refuse the image before anything is allocated: the pixels (or one MCU row of them) plus one
+  // MCU row of coefficients and samples, all sizes in 64 bits (a 200-byte file can declare
+  // 65535 x 65535).
   const uint64_t row_values = uint64_t{static_cast<uint32_t>(state.blocks_per_row)} * 64;
-  const uint64_t pixel_bytes = uint64_t{state.width} * state.height * 4 * sizeof(uint16_t);
-  CheckAllocation(pixel_bytes + row_values * (sizeof(int16_t) + sizeof(float)));
-  layer.AllocatePixels();
+  const uint64_t rows_kept = state.keep_pixels ? state.height : uint64_t(state.mcu_height);
+  const uint64_t pixel_count = uint64_t{state.width} * rows_kept;
+  CheckAllocation(pixel_count * 4 * sizeof(uint16_t) +
+                  row_values * (sizeof(int16_t) + sizeof(float)));
+  std::unique_ptr<uint16_t[]> row_buffer;
+  if (state.keep_pixels) {
+    layer.AllocatePixels();
+  } else {
+    row_buffer.reset(AllocateArray<uint16_t>(pixel_count * 4));
+  }
 
   for (QuantTable* table : state.quant_tables) {
     if (table != nullptr) {
@@ -235,17 +259,52 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
   reader.cursor = data;
   reader.end = data + length;
   int32_t dc_predictors[4] = {0, 0, 0, 0};
+  const bool skip = state.skip_idle;
 
+  // Idle: the reader gives nothing more until a restart step, so every MCU up to it decodes flat
+  // with the components' last DC values. That holds once no bit is held and none can be taken,
+  // and also once a whole MCU decoded at a data stop consumed nothing: the next one starts from
+  // the same bits with the same tables and does the same.
+  bool idle = false;
   for (int32_t r = 0; r < state.mcus_down; ++r) {
+    idle = idle || (skip && Exhausted(reader));
+    // Without pixels to keep, flat blocks change nothing: once no restart can find more data
+    // (none are coming, or the cursor stands at the end), the frame is done.
+    if (idle && !state.keep_pixels &&
+        (state.restart_interval == 0 || reader.cursor == reader.end)) {
+      break;
+    }
     int16_t* out = coefficients.get();
-    for (int32_t m = 0; m < state.mcus_across; ++m) {
-      out = DecodeMcuFast(state, out, reader, dc_predictors, lookups);
-      if (--countdown == 0) {
+    bool row_read = false;  // some MCU of the row read the data
+    for (int32_t m = 0; m < state.mcus_across;) {
+      int32_t run = 1;
+      if (idle || (skip && Exhausted(reader))) {
+        idle = true;
+        // Flat up to the next restart or the end of the row, without a symbol decoded.
+        run = countdown < state.mcus_across - m ? countdown : state.mcus_across - m;
+        for (int32_t i = 0; i < run; ++i) {
+          out = FlatMcu(state, out, dc_predictors);
+        }
+      } else {
+        const bool stuck = skip && AtDataStop(reader);
+        const uint32_t bits = reader.bits;
+        const uint32_t bit_count = reader.bit_count;
+        out = DecodeMcuFast(state, out, reader, dc_predictors, lookups);
+        row_read = true;
+        idle = stuck && reader.bit_count == bit_count && reader.bits == bits;
+      }
+      m += run;
+      countdown -= run;
+      if (countdown == 0) {
         SeekRestartMarker(reader, restart_number);
         ++restart_number;
         std::memset(dc_predictors, 0, sizeof dc_predictors);
         countdown = state.restart_interval;
+        idle = false;
       }
+    }
+    if (skip && !state.keep_pixels && !row_read) {
+      continue;  // a row of flat blocks whose pixels nobody keeps
     }
 
     // The whole row is decoded before its first block is transformed.
@@ -263,8 +322,12 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
         }
       }
     }
-    ConvertMcuRow(state, layer, static_cast<uint32_t>(r) * static_cast<uint32_t>(state.mcu_height),
-                  samples.get());
+    const uint32_t y = static_cast<uint32_t>(r) * static_cast<uint32_t>(state.mcu_height);
+    if (state.keep_pixels) {
+      ConvertMcuRow(state, layer, y, samples.get());
+    } else {
+      ConvertMcuRowInto(state, row_buffer.get(), y, samples.get());
+    }
   }
 }
 

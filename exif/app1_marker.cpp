@@ -205,8 +205,10 @@ void APP1Marker::Apply(DecodeState& state, RawLayer& layer, bool header_only) {
     if (layer.thumbnail == nullptr) {
       layer.thumbnail = new RawLayer();
     }
-    DecodeState thumbnail_state;  // destroyed on every way out
-    DecodeImage(*thumbnail, thumbnail_state, *layer.thumbnail, true);
+    // On the heap, destroyed on every way out: thumbnails nest, one level per frame.
+    auto thumbnail_state = std::make_unique<DecodeState>();
+    thumbnail_state->limits = state.limits;
+    DecodeImage(*thumbnail, *thumbnail_state, *layer.thumbnail, true);
   }
 }
 

@@ -132,6 +132,10 @@ void DecodeStage(const MarkerList& markers) {
   auto layer = std::make_unique<RawLayer>();
   {
     auto state = std::make_unique<DecodeState>();
+    // The tool reports every file as it is, and drops the pixels: each MCU row goes through a
+    // reused row buffer.
+    state->limits = Limits::None();
+    state->keep_pixels = false;
     DecodeImage(markers, *state, *layer, false);
   }
   OutStream& out = StdOut();
@@ -152,6 +156,7 @@ void ProcessFile(const wchar_t* path) {
     Print(out, L"Finished parsing %s (identified %d bytes out of %d, %d left).\n", path, identified,
           reader.length, left);
     if (decode) {
+      out.Flush();  // the report line stands while a long decode runs
       DecodeStage(*reader.markers);
     }
   } catch (const RawLayerException& e) {

@@ -349,10 +349,32 @@ TEST(DecodeImage, RefusesAHugeFrameBeforeAllocating) {
     auto start = std::chrono::steady_clock::now();
     RawLayer layer;
     DecodeState state;
+    state.limits = Limits::None();
     EXPECT_EQ(Decode(c.bytes, false, state, layer).error, c.error);
     EXPECT_EQ(layer.pixels, nullptr);
     EXPECT_EQ(layer.width, 65535u);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  }
+}
+
+// A library caller's limits refuse what the machine could hold; the message names both numbers.
+TEST(DecodeImage, LimitsRefuseLargeFramesAndNameTheCount) {
+  const Bytes bytes = Frame(0xC0, 20000, 20000, {{1, 0x11, 0}}, {{1, 0}});
+  const struct {
+    uint64_t max_pixels;
+    const wchar_t* error;
+  } cases[] = {
+      {uint64_t{1} << 28, L"Too many pixels (400000000, limit 268435456)"},
+      {400000000, L""},
+      {0, L""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.max_pixels);
+    RawLayer layer;
+    DecodeState state;
+    state.limits.max_pixels = c.max_pixels;
+    state.keep_pixels = false;  // no data: nothing but the check costs anything
+    EXPECT_EQ(Decode(bytes, false, state, layer).error, c.error);
   }
 }
 

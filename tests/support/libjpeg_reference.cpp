@@ -4,6 +4,7 @@
 #ifdef CORVI_HAVE_LIBJPEG
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 
 // jpeglib.h needs size_t and FILE declared before it.
 #include <jpeglib.h>
@@ -63,6 +64,58 @@ void DecodeWithLibjpeg(const Bytes& file, Reference& out) {
   out.ok = true;
 }
 
+// An encode of a synthetic picture; no C++ object with a destructor lives across the jump.
+Bytes EncodeWithLibjpeg(const EncodeRequest& request) {
+  jpeg_compress_struct info;
+  ErrorManager errors;
+  info.err = jpeg_std_error(&errors.base);
+  errors.base.error_exit = OnError;
+  errors.base.emit_message = OnMessage;
+  unsigned char* buffer = nullptr;
+  unsigned long size = 0;
+  const int components = request.gray ? 1 : 3;
+  std::vector<uint8_t> row(static_cast<size_t>(request.width) * components);
+  if (setjmp(errors.jump) != 0) {
+    jpeg_destroy_compress(&info);
+    std::free(buffer);
+    return {};
+  }
+  jpeg_create_compress(&info);
+  jpeg_mem_dest(&info, &buffer, &size);
+  info.image_width = request.width;
+  info.image_height = request.height;
+  info.input_components = components;
+  info.in_color_space = request.gray ? JCS_GRAYSCALE : JCS_RGB;
+  jpeg_set_defaults(&info);
+  jpeg_set_quality(&info, 90, TRUE);
+  if (!request.gray) {
+    info.comp_info[0].h_samp_factor = request.h;
+    info.comp_info[0].v_samp_factor = request.v;
+  }
+  info.restart_interval = request.restart_interval;
+  if (request.progressive) {
+    jpeg_simple_progression(&info);
+  }
+  jpeg_start_compress(&info, TRUE);
+  while (info.next_scanline < info.image_height) {
+    const uint32_t y = info.next_scanline;
+    for (uint32_t x = 0; x < request.width; ++x) {
+      for (int c = 0; c < components; ++c) {
+        // Smooth gradients with some texture, so that every band has coefficients.
+        row[x * components + c] = static_cast<uint8_t>((x * (3 + c) + y * (5 - c) +
+                                                         ((x * y) % 7) * 9) & 0xFF);
+      }
+    }
+    JSAMPROW rows[1] = {row.data()};
+    jpeg_write_scanlines(&info, rows, 1);
+  }
+  jpeg_finish_compress(&info);
+  jpeg_destroy_compress(&info);
+  Bytes out(buffer, buffer + size);
+  std::free(buffer);
+  return out;
+}
+
 #else
 
 bool HaveLibjpeg() {
@@ -71,6 +124,8 @@ bool HaveLibjpeg() {
 void DecodeWithLibjpeg(const Bytes&, Reference& out) {
   out.ok = false;
 }
+
+Bytes EncodeWithLibjpeg(const EncodeRequest&) { return {}; }
 
 #endif
 

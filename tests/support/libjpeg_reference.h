@@ -21,4 +21,18 @@ bool HaveLibjpeg();
 // Decodes `file` with libjpeg; `out.ok` tells whether it could.
 void DecodeWithLibjpeg(const Bytes& file, Reference& out);
 
+// A picture for libjpeg to encode: gradients with texture, grey or YCbCr with luma factors h x v.
+struct EncodeRequest {
+  uint32_t width = 64;
+  uint32_t height = 48;
+  bool gray = false;
+  int h = 2;
+  int v = 2;
+  bool progressive = false;
+  unsigned restart_interval = 0;  // in MCUs
+};
+
+// The encoded file, or nothing without libjpeg.
+Bytes EncodeWithLibjpeg(const EncodeRequest& request);
+
 }  // namespace corvi::test

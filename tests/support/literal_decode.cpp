@@ -147,12 +147,15 @@ uint64_t HashPixels(const uint16_t* pixels, uint64_t count) {
   return hash;
 }
 
-DecodeOutcome DecodeWithLibrary(const Bytes& bytes) {
+DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle, bool keep_pixels) {
   ScanResult scan = ScanBytes(bytes);
   if (!scan.error.empty()) {
     return DecodeOutcome{scan.error};
   }
   DecodeState state;
+  state.limits = Limits::None();
+  state.skip_idle = skip_idle;
+  state.keep_pixels = keep_pixels;
   RawLayer layer;
   std::wstring error;
   try {
@@ -169,6 +172,7 @@ DecodeOutcome DecodeLiterally(const Bytes& bytes) {
     return DecodeOutcome{scan.error};
   }
   DecodeState state;
+  state.limits = Limits::None();
   RawLayer layer;
   std::wstring error;
   try {

@@ -23,8 +23,9 @@ struct DecodeOutcome {
 // FNV-1a over the RGBA samples, low byte first.
 uint64_t HashPixels(const uint16_t* pixels, uint64_t count);
 
-// The library's decode of a file held in memory.
-DecodeOutcome DecodeWithLibrary(const Bytes& bytes);
+// The library's decode of a file held in memory, with no limits. `skip_idle` and `keep_pixels`
+// as in DecodeState; without pixels kept the hash is 0.
+DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle = true, bool keep_pixels = true);
 
 // The same file with the baseline scan decoded by the literal reference: one MCU at a time
 // through DecodeSymbol and ReceiveBits, every block cleared and decoded in full. Frames of
