@@ -381,8 +381,74 @@ inline void PassRun(uint32_t& eob_run, uint64_t blocks) {
   eob_run = blocks >= eob_run ? 0 : eob_run - static_cast<uint32_t>(blocks);
 }
 
-// Stores the DC value of a passed block. A zero into a row that no data has reached is already
-// there: the store's pages there stay untouched.
+// The blocks of a slot that a single-component scan codes: the leading block columns and rows
+// that the component's own size needs.
+struct CodedExtent {
+  int64_t columns;
+  int64_t rows;
+};
+
+CodedExtent CodedExtentOf(const DecodeState& state, const BlockLayout& layout, int32_t slot) {
+  CodedExtent e{(int64_t{state.width} + 7) / 8, (int64_t{state.height} + 7) / 8};
+  if (e.columns > int64_t{state.mcus_across} * layout.h[slot]) {
+    e.columns = int64_t{state.mcus_across} * layout.h[slot];
+  }
+  if (e.rows > int64_t{state.mcus_down} * layout.v[slot]) {
+    e.rows = int64_t{state.mcus_down} * layout.v[slot];
+  }
+  return e;
+}
+
+// Writes the DC values pending for MCU row `row` into its blocks. A zero into a row that no data
+// has reached is already there: those pages stay untouched.
+void ApplyPending(const DecodeState& state, const BlockLayout& layout, CoefficientStore& store,
+                  int64_t row) {
+  if (store.pending.empty()) {
+    return;
+  }
+  const int64_t mcus_across = state.mcus_across;
+  const int64_t mcu_stride = int64_t{layout.blocks_per_mcu} * 64;
+  for (int32_t slot = 0; slot < 4; ++slot) {
+    PendingDc& p = store.pending[static_cast<size_t>(row) * 4 + static_cast<size_t>(slot)];
+    if (p.set == 0) {
+      continue;
+    }
+    p.set = 0;
+    if (p.value == 0 && row >= store.touched_rows) {
+      continue;
+    }
+    const int64_t h = layout.h[slot];
+    const int64_t v = layout.v[slot];
+    CodedExtent e{mcus_across * h, (row + 1) * v};
+    if (p.coded_only != 0) {
+      e = CodedExtentOf(state, layout, slot);
+    }
+    int16_t* mcu_row = store.coefficients + row * mcus_across * mcu_stride;
+    for (int64_t br = 0; br < v && row * v + br < e.rows; ++br) {
+      for (int64_t x = 0; x < e.columns; ++x) {
+        mcu_row[(x / h) * mcu_stride + (layout.first[slot] + br * h + x % h) * 64] = p.value;
+      }
+    }
+    if (row >= store.touched_rows) {
+      store.touched_rows = row + 1;
+    }
+  }
+}
+
+// Gives every block of `slot` in MCU row `row` the DC value `value`, later.
+void SetPending(const DecodeState& state, const BlockLayout& layout, CoefficientStore& store,
+                int64_t row, int32_t slot, int16_t value, bool coded_only) {
+  if (store.pending.empty()) {
+    store.pending.resize(static_cast<size_t>(state.mcus_down) * 4);
+  }
+  PendingDc& p = store.pending[static_cast<size_t>(row) * 4 + static_cast<size_t>(slot)];
+  if (p.set != 0 && (p.coded_only != 0) != coded_only) {
+    ApplyPending(state, layout, store, row);  // the two cover different blocks
+  }
+  p = PendingDc{value, 1, static_cast<uint8_t>(coded_only ? 1 : 0)};
+}
+
+// Stores the DC value of a passed block in a row whose pending values have been applied.
 inline void FillDc(CoefficientStore& store, int64_t row, int16_t* block, int16_t value) {
   if (value == 0 && row >= store.touched_rows) {
     return;
@@ -457,6 +523,7 @@ void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const 
   int16_t* const coefficients = store.coefficients;
   BitReader reader = shared_reader;  // a local for the loop, written back once
   bool settled = false;
+  int64_t ready_row = -1;  // the row whose pending DC values have been applied
   for (int64_t m = 0; m < mcu_count;) {
     if (idle.allowed && (settled || Exhausted(reader))) {
       // Up to the next restart or the end of the scan, no unit reads a bit.
@@ -465,28 +532,43 @@ void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const 
         run = restart.countdown;
       }
       if (idle.dc_fill) {
-        bool any = false;
-        for (int32_t u = 0; u < unit_count; ++u) {
-          any = any || (dc_predictors[slots[u]] & 0xFFFF) != 0;
-        }
-        // Zeros need writing only where data has been: in the rows below the touched ones.
-        int64_t last = m + run;
-        if (!any && last > store.touched_rows * mcus_across) {
-          last = store.touched_rows * mcus_across;
-        }
-        for (int64_t i = m; i < last; ++i) {
-          int16_t* mcu = coefficients + i * mcu_stride;
-          for (int32_t u = 0; u < unit_count; ++u) {
-            FillDc(store, i / mcus_across, mcu + offsets[u] * 64,
-                   Low16((static_cast<uint32_t>(dc_predictors[slots[u]]) & 0xFFFF) << band.low));
+        // Whole MCU rows take their values later; the rows cut by the run's ends now.
+        int64_t i = m;
+        const int64_t last = m + run;
+        while (i < last) {
+          const int64_t row = i / mcus_across;
+          const int64_t row_end = (row + 1) * mcus_across;
+          if (i == row * mcus_across && row_end <= last) {
+            for (int32_t u = 0; u < unit_count; u += layout.h[slots[u]] * layout.v[slots[u]]) {
+              const int32_t slot = slots[u];
+              SetPending(state, layout, store, row, slot,
+                         Low16((static_cast<uint32_t>(dc_predictors[slot]) & 0xFFFF) << band.low),
+                         false);
+            }
+            i = row_end;
+            continue;
+          }
+          ApplyPending(state, layout, store, row);
+          const int64_t stop = row_end < last ? row_end : last;
+          for (; i < stop; ++i) {
+            int16_t* mcu = coefficients + i * mcu_stride;
+            for (int32_t u = 0; u < unit_count; ++u) {
+              FillDc(store, row, mcu + offsets[u] * 64,
+                     Low16((static_cast<uint32_t>(dc_predictors[slots[u]]) & 0xFFFF) << band.low));
+            }
           }
         }
+        ready_row = -1;
       }
       PassRun(eob_run, static_cast<uint64_t>(run) * static_cast<uint32_t>(unit_count));
       m += run;
       restart.countdown -= static_cast<int32_t>(run - 1);  // the last unit is counted below
     } else {
       const int64_t row = m / mcus_across;
+      if (row != ready_row) {
+        ApplyPending(state, layout, store, row);
+        ready_row = row;
+      }
       const bool stuck = idle.allowed && AtDataStop(reader);
       const BitReader before = reader;
       const uint32_t run_before = eob_run;
@@ -553,6 +635,7 @@ void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
   int64_t y = 0;
   int64_t x = 0;
   bool settled = false;
+  int64_t ready_row = -1;  // the MCU row whose pending DC values have been applied
   while (done < total) {
     if (idle.allowed && (settled || Exhausted(reader))) {
       int64_t run = total - done;
@@ -561,14 +644,28 @@ void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
       }
       const int16_t value = Low16((static_cast<uint32_t>(dc_predictor) & 0xFFFF) << band.low);
       if (idle.dc_fill) {
-        // Zeros need writing only where data has been: in the rows below the touched ones.
-        int64_t last = done + run;
-        if (value == 0 && last > store.touched_rows * v * columns) {
-          last = store.touched_rows * v * columns;
+        // Whole MCU rows take the value later; the rows cut by the run's ends now.
+        int64_t i = done;
+        const int64_t last = done + run;
+        while (i < last) {
+          const int64_t row = (i / columns) / v;
+          const int64_t row_start = row * v * columns;
+          int64_t row_end = (row + 1) * v * columns;
+          if (row_end > total) {
+            row_end = total;
+          }
+          if (i == row_start && row_end <= last) {
+            SetPending(state, layout, store, row, slot, value, true);
+            i = row_end;
+            continue;
+          }
+          ApplyPending(state, layout, store, row);
+          const int64_t stop = row_end < last ? row_end : last;
+          for (; i < stop; ++i) {
+            FillDc(store, row, block_at(i / columns, i % columns), value);
+          }
         }
-        for (int64_t i = done; i < last; ++i) {
-          FillDc(store, (i / columns) / v, block_at(i / columns, i % columns), value);
-        }
+        ready_row = -1;
       }
       PassRun(eob_run, static_cast<uint64_t>(run));
       done += run;
@@ -576,6 +673,10 @@ void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
       x = done % columns;
       restart.countdown -= static_cast<int32_t>(run - 1);
     } else {
+      if (y / v != ready_row) {
+        ApplyPending(state, layout, store, y / v);
+        ready_row = y / v;
+      }
       const bool stuck = idle.allowed && AtDataStop(reader);
       const BitReader before = reader;
       const uint32_t run_before = eob_run;
@@ -670,6 +771,7 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
     rows = store.touched_rows;  // the rows below are flat grey, and nobody keeps them
   }
   for (int64_t r = 0; r < rows; ++r) {
+    ApplyPending(state, layout, store, r);
     const int16_t* block = store.coefficients + r * static_cast<int64_t>(row_blocks) * 64;
     float* sample = samples.get();
     for (int64_t m = 0; m < state.mcus_across; ++m) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace corvi {
 
@@ -14,10 +15,19 @@ struct RawLayer;
 // The MCU rows from `touched_rows` on have never been written: every coefficient there is 0.
 // From `ac_touched_rows` on, no scan with an AC band has decoded a block: all AC coefficients
 // there are 0.
+// A DC value that the blocks of one component in one MCU row take when the row is next read or
+// written: a first DC scan that runs dry fills whole rows this way without touching them.
+struct PendingDc {
+  int16_t value = 0;
+  uint8_t set = 0;
+  uint8_t coded_only = 0;  // only the blocks a single-component scan codes, not the MCU padding
+};
+
 struct CoefficientStore {
   int16_t* coefficients = nullptr;  // not owned
   int64_t touched_rows = 0;
   int64_t ac_touched_rows = 0;
+  std::vector<PendingDc> pending;  // 4 a row, by slot; empty until a row is filled
 };
 
 // Decodes an SOF2 frame into `layer.pixels`; called by DecodeImage after PlanSampling.
