@@ -1,5 +1,6 @@
-// libFuzzer target: scan, dump and decode one input the way the tool does, catching the
-// exception where the tool catches it.
+// libFuzzer target: scan one input and decode it once as the tool does, with no limits and no
+// pixels kept, whatever size the frame declares: exhausted data and untouched rows cost nothing,
+// so big frames are cheap. Prints the size and the properties to a discarding stream.
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -21,19 +22,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     auto coverage = std::make_unique<corvi::ByteCoverage>(data, length);
     auto markers = std::make_unique<corvi::MarkerList>();
     markers->Scan(*coverage, data, length - 2);
-    markers->Dump(data, 1, sink);
-    corvi::Print(sink, L"%u left\n", coverage->LeftCount());
     auto layer = std::make_unique<corvi::RawLayer>();
     {
-      // Big frames decode correctly but slowly; keep the fuzzer on the many small ones.
-      auto probe = std::make_unique<corvi::DecodeState>();
-      corvi::DecodeImage(*markers, *probe, *layer, true);
-      if (uint64_t{layer->width} * layer->height > (uint64_t{1} << 22)) {
-        return 0;
-      }
+      auto state = std::make_unique<corvi::DecodeState>();
+      state->limits = corvi::Limits::None();
+      state->keep_pixels = false;
+      corvi::DecodeImage(*markers, *state, *layer, false);
     }
-    auto state = std::make_unique<corvi::DecodeState>();
-    corvi::DecodeImage(*markers, *state, *layer, false);
+    corvi::Print(sink, L"Decoded %d x %d pixels\n", layer->width, layer->height);
     layer->properties.PrintProperties(sink);
   } catch (const corvi::RawLayerException& e) {
     corvi::Print(sink, L"Failed: %s\n", static_cast<const wchar_t*>(e.message));
