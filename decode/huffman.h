@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace corvi {
 
@@ -39,6 +40,26 @@ struct BitReader {
 // passes a marker.
 inline void RefillBits(const uint8_t*& cursor, const uint8_t* end, uint32_t& bits,
                        uint32_t& bit_count) {
+  if (bit_count > 24) {
+    return;
+  }
+  // Far from the end, and with no 0xFF among the next four bytes, the bytes that the loop below
+  // would take one at a time are taken at once: as many as bring the count above 24.
+  if (end - cursor >= 4) {
+    uint32_t word;
+    std::memcpy(&word, cursor, 4);
+    word = __builtin_bswap32(word);
+    const uint32_t inverted = ~word;
+    if (((inverted - 0x01010101u) & ~inverted & 0x80808080u) == 0) {
+      const uint32_t taken = (32 - bit_count) >> 3;  // 1 to 4 bytes
+      const uint32_t filled = bit_count + 8 * taken;  // 25 to 32 bits
+      const uint32_t keep = filled == 32 ? 0xFFFFFFFFu : ~(0xFFFFFFFFu >> filled);
+      bits |= (word >> bit_count) & keep;
+      bit_count = filled;
+      cursor += taken;
+      return;
+    }
+  }
   while (bit_count <= 24) {
     if (cursor == end) {
       return;

@@ -888,7 +888,25 @@ void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader) 
 void DecodeProgressiveBlock(const DecodeState& state, int16_t* block, BitReader& reader,
                             const ComponentInfo& component, int32_t& dc_predictor,
                             uint32_t& eob_run) {
-  DecodeBlock(BandOf(state), block, reader, component, dc_predictor, eob_run);
+  // The routine that the scan walks run for this kind of band.
+  const ScanBand band = BandOf(state);
+  switch (KindOf(band)) {
+    case BlockKind::kDcFirst:
+      DecodeUnit<BlockKind::kDcFirst>(band, block, reader, component, dc_predictor, eob_run);
+      break;
+    case BlockKind::kDcRefine:
+      DecodeUnit<BlockKind::kDcRefine>(band, block, reader, component, dc_predictor, eob_run);
+      break;
+    case BlockKind::kAcFirst:
+      DecodeUnit<BlockKind::kAcFirst>(band, block, reader, component, dc_predictor, eob_run);
+      break;
+    case BlockKind::kAcRefine:
+      DecodeUnit<BlockKind::kAcRefine>(band, block, reader, component, dc_predictor, eob_run);
+      break;
+    case BlockKind::kMixed:
+      DecodeUnit<BlockKind::kMixed>(band, block, reader, component, dc_predictor, eob_run);
+      break;
+  }
 }
 
 }  // namespace corvi

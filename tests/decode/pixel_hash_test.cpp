@@ -51,6 +51,18 @@ const HashCase kCases[] = {
     {"derived-hx5v-422.jpg", 0, "", 25000, 730, 547, 0x9C3A217624724BD8u},
     // Here a run passes the last coefficient: its value bits are read and dropped.
     {"canon-powershot-a80-440.jpg", 0, "", 100000, 1704, 2272, 0xA5DD706C36325507u},
+    // Progressive: lossless rewrites of the baseline files above give their hashes; scripts of
+    // eleven scans, a DRI between scans, a 13 MP frame, and scans cut short.
+    {"derived-hx5v-420-progressive.jpg", 0, "", -1, 730, 547, 0x5099B3CD654AD90Bu},
+    {"derived-hx5v-422-progressive.jpg", 0, "", -1, 730, 547, 0x05247AEBA27B5359u},
+    {"derived-hx5v-440-progressive-restart-2mcu.jpg", 0, "", -1, 730, 547, 0x7DF9660B0EA673F0u},
+    {"derived-hx5v-444-progressive.jpg", 0, "", -1, 730, 547, 0xAB75CF80086F2860u},
+    {"derived-hx5v-gray-progressive.jpg", 0, "", -1, 730, 547, 0x1569599B7D4394CAu},
+    {"progressive-11-scans.jpg", 0, "", -1, 650, 470, 0x921142E7E1209F8Cu},
+    {"progressive-dri-between-scans.jpg", 0, "", -1, 64, 16, 0xAE58ACEAD5BF4B25u},
+    {"derived-oppo-r7-13mp-progressive.jpg", 0, "", -1, 3120, 4160, 0xA39FE47E94B073C1u},
+    {"derived-hx5v-420-progressive.jpg", 30001, "\xFF\xD9", -1, 730, 547, 0x6764E026C07DDDFDu},
+    {"derived-hx5v-444-progressive.jpg", 60000, "\xFF\xD9", -1, 730, 547, 0xC7A4DA6386B89B4Bu},
 };
 
 uint64_t HashPixels(const uint16_t* pixels, uint64_t count) {
