@@ -3,29 +3,24 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <map>
 
 #include "base/raw_layer_exception.h"
 
 namespace corvi {
 namespace {
 
-// Binary search for the unclaimed range that overlaps [offset, end); null if none does.
-ByteRange* FindOverlap(const RangeList& list, int64_t offset, int64_t end, uint32_t* index) {
-  uint32_t low = 0;
-  uint32_t high = list.count;
-  while (low < high) {
-    uint32_t middle = (low + high) / 2;
-    ByteRange* r = &list.items[middle];
-    if (r->start >= end) {
-      high = middle;
-    } else if (r->end > offset) {
-      *index = middle;
-      return r;
-    } else {
-      low = middle + 1;
-    }
+// The unclaimed range that holds all of [offset, end), or the map's end if none does. A range
+// holds a zero-length claim only strictly inside it. `offset` lies inside the current limit, so
+// it fits 32 bits. `Ranges` is the map, const or not.
+template <typename Ranges>
+auto FindHolder(Ranges& ranges, int64_t offset, int64_t end) {
+  auto r = ranges.upper_bound(static_cast<int32_t>(offset));  // first end above offset
+  if (r == ranges.end() || r->second > offset || r->second >= end || r->first < end) {
+    return ranges.end();
   }
-  return nullptr;
+  return r;
 }
 
 }  // namespace
@@ -50,8 +45,12 @@ void RangeList::Reserve(uint32_t needed) {
 
 ByteCoverage::ByteCoverage(const uint8_t* data, int32_t length)
     : base(data), data_length(length < 0 ? 0 : length) {
-  unidentified.items[0] = {0, length};
-  unidentified.count = 1;
+  if (length > 0) {
+    unidentified.emplace(length, 0);
+  }
+  // LeftCount gives a negative length as its unsigned 32-bit value; the reversed limit refuses
+  // every claim.
+  left = static_cast<uint32_t>(length);
   limits.items[0] = {0, length};
   limits.count = 1;
 }
@@ -65,28 +64,32 @@ void ByteCoverage::IdentifyAt(int64_t offset, int32_t length) {
   if (offset < limit.start || end > limit.end) {
     throw RawLayerException(L"Invalid offset or corrupt data");
   }
-  uint32_t index = 0;
-  ByteRange* r = FindOverlap(unidentified, offset, end, &index);
-  if (r == nullptr || r->start > offset || r->end < end) {
+  auto r = FindHolder(unidentified, offset, end);
+  if (r == unidentified.end()) {
     throw RawLayerException(L"Invalid offset or corrupt data");
   }
   // Inside the limit, so both fit 32 bits.
   auto start32 = static_cast<int32_t>(offset);
   auto end32 = static_cast<int32_t>(end);
-  if (r->start == start32) {
-    r->start = end32;
-  } else if (r->end == end32) {
-    r->end = start32;
+  const int32_t range_start = r->second;
+  const int32_t range_end = r->first;
+  if (range_start == start32 && range_end == end32) {
+    unidentified.erase(r);
+  } else if (range_start == start32) {
+    r->second = end32;
+  } else if (range_end == end32) {
+    // The key changes: the node moves to its new key without a new allocation. It stays between
+    // the same neighbours, so the next range is an exact hint.
+    auto next = std::next(r);
+    auto node = unidentified.extract(r);
+    node.key() = start32;
+    unidentified.insert(next, std::move(node));
   } else {
-    unidentified.Reserve(unidentified.count + 1);
-    ByteRange* items = unidentified.items;
-    int32_t old_end = items[index].end;
-    std::memmove(&items[index + 2], &items[index + 1],
-                 (unidentified.count - index - 1) * sizeof(ByteRange));
-    items[index].end = start32;
-    items[index + 1] = {end32, old_end};
-    ++unidentified.count;
+    // The head becomes a new range in front; may throw, and nothing has changed yet.
+    unidentified.emplace_hint(r, start32, range_start);
+    r->second = end32;
   }
+  left -= static_cast<uint32_t>(length);
 }
 
 bool ByteCoverage::IsUnidentifiedAt(int64_t offset, int32_t length) const {
@@ -98,9 +101,7 @@ bool ByteCoverage::IsUnidentifiedAt(int64_t offset, int32_t length) const {
   if (offset < limit.start || end > limit.end) {
     return false;
   }
-  uint32_t index = 0;
-  const ByteRange* r = FindOverlap(unidentified, offset, end, &index);
-  return r != nullptr && r->start <= offset && r->end >= end;
+  return FindHolder(unidentified, offset, end) != unidentified.end();
 }
 
 void ByteCoverage::PushRangeAt(int64_t offset, int32_t length) {
@@ -124,12 +125,6 @@ void ByteCoverage::PushRangeAt(int64_t offset, int32_t length) {
 
 void ByteCoverage::PopRange() { --limits.count; }
 
-uint32_t ByteCoverage::LeftCount() const {
-  uint32_t left = 0;
-  for (uint32_t i = 0; i < unidentified.count; ++i) {
-    left += static_cast<uint32_t>(unidentified.items[i].end - unidentified.items[i].start);
-  }
-  return left;
-}
+uint32_t ByteCoverage::LeftCount() const { return left; }
 
 }  // namespace corvi

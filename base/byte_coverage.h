@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 
 namespace corvi {
 
@@ -11,7 +12,8 @@ struct ByteRange {
   int32_t end;
 };
 
-// A growable array of ranges: capacity 4 at first; n entries above the capacity make it 2 × n.
+// A growable array of ranges, used as the stack of limits: capacity 4 at first; n entries above
+// the capacity make it 2 × n.
 struct RangeList {
   ByteRange* items = nullptr;  // owned
   uint32_t count = 0;
@@ -26,6 +28,7 @@ struct RangeList {
 
 // Each byte can be claimed once. Claims go through `Identify`, which refuses a claim outside the
 // current limit or onto claimed bytes; `IsUnidentified` asks the same question without throwing.
+// Claims, questions and LeftCount take O(log n) for n unclaimed ranges.
 // The `...At` forms take offsets from `base` computed as integers, so that no pointer outside the
 // data is ever formed; the pointer forms are for pointers known to lie inside or just behind it.
 class ByteCoverage {
@@ -54,10 +57,21 @@ class ByteCoverage {
   }
   int64_t OffsetOf(const uint8_t* p) const { return p - base; }
 
-  RangeList unidentified;
-  RangeList limits;  // a stack; the last entry is the current limit
+  // The unclaimed ranges, end (exclusive) → start, in order, disjoint and none empty: the range
+  // holding an offset is the first whose end lies above it. A zero-length claim inside a range
+  // cuts it in two ranges that touch, and no later claim may straddle that cut.
+  std::map<int32_t, int32_t> unidentified;
+  uint32_t left = 0;  // bytes in `unidentified`
+  RangeList limits;   // a stack; the last entry is the current limit
   const uint8_t* base;
   int32_t data_length;
+
+  // What the segment scans learnt of the data while looking for their end (jpeg/jpeg_reader.cpp),
+  // kept here because every stream nested in one file shares its coverage: in offsets from
+  // `base`, no FF D9 pair starts in [eoi_clear_low, eoi_clear_high]; empty while low > high.
+  // Valid as long as the covered bytes do not change.
+  int64_t eoi_clear_low = 0;
+  int64_t eoi_clear_high = -1;
 };
 
 }  // namespace corvi

@@ -27,10 +27,10 @@ std::wstring Thrown(F claim) {
   return L"";
 }
 
-RangeVector Ranges(const RangeList& list) {
+RangeVector Ranges(const ByteCoverage& coverage) {
   RangeVector out;
-  for (uint32_t i = 0; i < list.count; ++i) {
-    out.emplace_back(list.items[i].start, list.items[i].end);
+  for (const auto& [end, start] : coverage.unidentified) {
+    out.emplace_back(start, end);
   }
   return out;
 }
@@ -53,7 +53,7 @@ TEST(ByteCoverage, ClaimSequences) {
   // clang-format off
   const ClaimCase cases[] = {
       {"one by one from the head leaves an empty range", 4,
-       {{0, 1, L""}, {1, 1, L""}, {2, 1, L""}, {3, 1, L""}, {4, 1, kBadOffset}}, {{4, 4}}, 0},
+       {{0, 1, L""}, {1, 1, L""}, {2, 1, L""}, {3, 1, L""}, {4, 1, kBadOffset}}, {}, 0},
       {"split, straddle, overlap, head and tail", 100,
        {{10, 10, L""}, {5, 20, kBadOffset}, {10, 10, kBadOffset}, {20, 5, L""}, {95, 5, L""}},
        {{0, 10}, {25, 95}}, 80},
@@ -65,7 +65,10 @@ TEST(ByteCoverage, ClaimSequences) {
         {8, 3, kBadOffset}, {INT32_MAX, 1, kBadOffset}, {INT32_MAX - 1, INT32_MAX, kBadOffset},
         {INT32_MIN, INT32_MAX, kBadOffset}, {(int64_t{1} << 32) + 2, 1, kBadOffset}},
        {{0, 10}}, 10},
-      {"empty data", 0, {{0, 0, kBadOffset}, {0, 1, kBadOffset}}, {{0, 0}}, 0},
+      {"empty data", 0, {{0, 0, kBadOffset}, {0, 1, kBadOffset}}, {}, 0},
+      {"tail, then the rest of the range", 10, {{6, 4, L""}, {0, 6, L""}, {0, 0, kBadOffset}}, {}, 0},
+      {"a zero-length cut refuses a claim across it", 10,
+       {{4, 0, L""}, {2, 4, kBadOffset}, {2, 2, L""}, {4, 6, L""}, {0, 2, L""}}, {}, 0},
   };
   // clang-format on
   for (const ClaimCase& c : cases) {
@@ -77,22 +80,97 @@ TEST(ByteCoverage, ClaimSequences) {
       EXPECT_EQ(Thrown([&] { coverage.IdentifyAt(claim.offset, claim.length); }), claim.error);
       EXPECT_EQ(free, claim.error[0] == 0);  // the question agrees with the claim
     }
-    EXPECT_EQ(Ranges(coverage.unidentified), c.ranges);
+    EXPECT_EQ(Ranges(coverage), c.ranges);
     EXPECT_EQ(coverage.LeftCount(), c.left);
   }
 }
 
-TEST(ByteCoverage, ListGrowsPastFourAndStaysSorted) {
+TEST(ByteCoverage, RangesStayInOrderWhateverTheClaimOrder) {
   ByteCoverage coverage(nullptr, 100);
-  EXPECT_EQ(coverage.unidentified.capacity, 4u);
   for (int32_t at : {90, 70, 50, 30, 10, 20, 60}) {  // from the back, then in the middle
     coverage.IdentifyAt(at, 2);
   }
-  EXPECT_EQ(Ranges(coverage.unidentified),
+  EXPECT_EQ(Ranges(coverage),
             (RangeVector{
                 {0, 10}, {12, 20}, {22, 30}, {32, 50}, {52, 60}, {62, 70}, {72, 90}, {92, 100}}));
-  EXPECT_EQ(coverage.unidentified.capacity, 10u);  // 2 × 5 when the fifth entry was needed
   EXPECT_EQ(coverage.LeftCount(), 86u);
+  for (int32_t at : {32, 72, 88}) {  // two heads, then a tail: that range's key moves
+    coverage.IdentifyAt(at, 2);
+  }
+  EXPECT_EQ(Ranges(coverage),
+            (RangeVector{
+                {0, 10}, {12, 20}, {22, 30}, {34, 50}, {52, 60}, {62, 70}, {74, 88}, {92, 100}}));
+  EXPECT_FALSE(coverage.IsUnidentifiedAt(87, 2));
+  EXPECT_TRUE(coverage.IsUnidentifiedAt(74, 14));
+  EXPECT_EQ(coverage.LeftCount(), 80u);
+}
+
+// Random claims against a model of single bytes: a claim of n bytes needs each of them free and
+// no zero-length cut between them; a zero-length claim needs free bytes on both sides of it and
+// no cut there already.
+TEST(ByteCoverage, AgreesWithAByteModel) {
+  constexpr int32_t kSize = 300;
+  std::vector<bool> claimed(kSize, false);
+  std::vector<bool> cut(kSize + 1, false);  // cut[i]: a zero-length claim at i
+  uint32_t left = kSize;
+  ByteCoverage coverage(nullptr, kSize);
+  uint32_t seed = 12345;
+  auto next = [&seed](uint32_t bound) {
+    seed = seed * 1103515245u + 12345u;
+    return (seed >> 8) % bound;
+  };
+  for (int step = 0; step < 20000; ++step) {
+    const int64_t offset = static_cast<int64_t>(next(kSize + 4)) - 2;
+    const auto length = static_cast<int32_t>(next(7)) - 1;
+    SCOPED_TRACE(testing::Message() << "step " << step << ": " << offset << "+" << length);
+    bool free = length >= 0 && offset >= 0 && offset + length <= kSize;
+    if (free && length == 0) {
+      free =
+          offset > 0 && offset < kSize && !claimed[offset - 1] && !claimed[offset] && !cut[offset];
+    }
+    for (int64_t i = offset; free && i < offset + length; ++i) {
+      free = !claimed[i] && (i == offset || !cut[i]);
+    }
+    ASSERT_EQ(coverage.IsUnidentifiedAt(offset, length), free);
+    const std::wstring error = Thrown([&] { coverage.IdentifyAt(offset, length); });
+    ASSERT_EQ(error.empty(), free) << std::string(error.begin(), error.end());
+    if (free) {
+      if (length == 0) {
+        cut[offset] = true;
+      }
+      for (int64_t i = offset; i < offset + length; ++i) {
+        claimed[i] = true;
+      }
+      left -= static_cast<uint32_t>(length);
+    }
+    ASSERT_EQ(coverage.LeftCount(), left);
+  }
+  int32_t previous_end = 0;
+  for (const auto& [end, start] : coverage.unidentified) {
+    EXPECT_LT(start, end);  // none empty
+    EXPECT_LE(previous_end, start);
+    previous_end = end;
+  }
+}
+
+// 200000 claims that each cut a range near the front in two: quadratic work would take
+// seconds here.
+TEST(ByteCoverage, ManySplitsStayCheap) {
+  constexpr int32_t kClaims = 200000;
+  ByteCoverage coverage(nullptr, 2 * kClaims + 1);
+  for (int32_t i = kClaims - 1; i >= 0; --i) {
+    coverage.IdentifyAt(2 * int64_t{i} + 1, 1);
+  }
+  EXPECT_EQ(coverage.LeftCount(), static_cast<uint32_t>(kClaims + 1));
+  EXPECT_EQ(coverage.unidentified.size(), static_cast<size_t>(kClaims + 1));
+  EXPECT_TRUE(coverage.IsUnidentifiedAt(kClaims, 1));
+  EXPECT_FALSE(coverage.IsUnidentifiedAt(kClaims, 2));
+  EXPECT_EQ(Thrown([&] { coverage.IdentifyAt(kClaims + 1, 1); }), kBadOffset);
+  for (int32_t i = 0; i <= kClaims; ++i) {
+    coverage.IdentifyAt(2 * int64_t{i}, 1);
+  }
+  EXPECT_EQ(coverage.LeftCount(), 0u);
+  EXPECT_TRUE(coverage.unidentified.empty());
 }
 
 TEST(ByteCoverage, LimitsClipAndRefuse) {
