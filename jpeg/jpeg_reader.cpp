@@ -1,6 +1,8 @@
 // The mapped file, the JPEG segment scan, the segment list and the file-level dump.
 #include "jpeg/jpeg_reader.h"
 
+#include <cstddef>
+#include <cstring>
 #include <string>
 
 #include "base/byte_coverage.h"
@@ -11,6 +13,79 @@
 #include "platform/format.h"
 
 namespace corvi {
+namespace {
+
+bool IsEOIPair(const uint8_t* p) { return p[0] == 0xFF && p[1] == 0xD9; }
+
+// The last 0xFF in [p, p + count); null if there is none.
+const uint8_t* FindLastFF(const uint8_t* p, size_t count) {
+#if defined(__GLIBC__)
+  return static_cast<const uint8_t*>(memrchr(p, 0xFF, count));
+#else
+  for (size_t i = count; i > 0; --i) {
+    if (p[i - 1] == 0xFF) {
+      return p + i - 1;
+    }
+  }
+  return nullptr;
+#endif
+}
+
+// The last FF D9 pair starting in [low, high] of the covered data, or `low` - 1 if there is none;
+// offsets from its base, with 0 <= low and high + 2 <= data_length.
+int64_t ScanBackForEOI(const uint8_t* base, int64_t low, int64_t high) {
+  while (high >= low) {
+    const uint8_t* ff = FindLastFF(base + low, static_cast<size_t>(high - low + 1));
+    if (ff == nullptr) {
+      break;
+    }
+    if (ff[1] == 0xD9) {
+      return ff - base;
+    }
+    high = (ff - base) - 1;
+  }
+  return low - 1;
+}
+
+// ScanBackForEOI, through what the coverage remembers: every stream nested in a file searches
+// back from near the file's end, and the stretch that one search found clear is skipped by the
+// next. Only the last stretch is kept, joined to the new one when the two meet.
+int64_t FindLastEOIPair(ByteCoverage& coverage, int64_t low, int64_t high) {
+  const int64_t clear_low = coverage.eoi_clear_low;
+  const int64_t clear_high = coverage.eoi_clear_high;
+  const bool known = clear_low <= clear_high;
+  int64_t found = low - 1;
+  int64_t at = high;  // the next index to look at, going down
+  while (at >= low) {
+    if (known && at >= clear_low && at <= clear_high) {
+      at = clear_low - 1;  // no pair starts in the known stretch
+      continue;
+    }
+    // Above the known stretch the scan stops at its top, to jump over it.
+    const int64_t stop = known && at > clear_high && clear_high >= low ? clear_high + 1 : low;
+    const int64_t hit = ScanBackForEOI(coverage.base, stop, at);
+    if (hit >= stop) {
+      found = hit;
+      break;
+    }
+    at = stop - 1;
+  }
+  // No pair starts in [found + 1, high], nor in the known stretch: when the two overlap or touch,
+  // their union is remembered, otherwise the new one.
+  int64_t new_low = found + 1;
+  int64_t new_high = high;
+  if (known && clear_high + 1 >= new_low && clear_low <= new_high + 1) {
+    new_low = new_low < clear_low ? new_low : clear_low;
+    new_high = new_high > clear_high ? new_high : clear_high;
+  }
+  if (new_low <= new_high) {
+    coverage.eoi_clear_low = new_low;
+    coverage.eoi_clear_high = new_high;
+  }
+  return found;
+}
+
+}  // namespace
 
 MappedFile::MappedFile(const wchar_t* name) {
   file = PlatformOpenRead(name);
@@ -122,21 +197,10 @@ void MarkerList::Scan(ByteCoverage& coverage, const uint8_t* data, int32_t searc
   // byte is read only once it is known to lie inside the data.
   const int64_t origin = coverage.OffsetOf(data);
 
-  // Find the end from the back: the last FF D9 decides. Indices whose pair of bytes lies outside
-  // the mapped data hold no FF D9; the search passes over them without reading.
-  const int64_t last_pair = int64_t{coverage.data_length} - origin - 2;
-  int64_t eoi = search_start;
-  for (;;) {
-    if (eoi >= 0 && eoi <= last_pair && data[eoi] == 0xFF && data[eoi + 1] == 0xD9) {
-      break;
-    }
-    --eoi;
-    if (eoi > last_pair) {
-      eoi = last_pair;
-    }
-    if (eoi < 2) {
-      throw RawLayerException(L"Missing JPEG EOI");
-    }
+  // Find the end from the back: the last FF D9 decides.
+  const int64_t eoi = FindEOI(coverage, data, search_start);
+  if (eoi < 0) {
+    throw RawLayerException(L"Missing JPEG EOI");
   }
 
   int64_t position = 0;
@@ -185,6 +249,21 @@ void MarkerList::Scan(ByteCoverage& coverage, const uint8_t* data, int32_t searc
       position = eoi;
     }
   }
+}
+
+int64_t FindEOI(ByteCoverage& coverage, const uint8_t* data, int32_t search_start) {
+  const int64_t origin = coverage.OffsetOf(data);
+  // Indices whose pair of bytes lies outside the mapped data hold no FF D9: the search starts at
+  // the last index inside it.
+  const int64_t last_pair = int64_t{coverage.data_length} - origin - 2;
+  const int64_t top = search_start < last_pair ? search_start : last_pair;
+  if (top < 2) {
+    // Only `search_start` itself may lie below 2.
+    const bool found = top == search_start && top >= 0 && IsEOIPair(data + top);
+    return found ? top : -1;
+  }
+  const int64_t found = FindLastEOIPair(coverage, origin + 2, origin + top);
+  return found >= origin + 2 ? found - origin : -1;
 }
 
 void MarkerList::Dump(const uint8_t* base, int32_t indent, OutStream& stream) const {

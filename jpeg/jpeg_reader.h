@@ -98,6 +98,12 @@ struct MarkerList {
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) const;
 };
 
+// Where the stream at `data` ends, for MarkerList::Scan: the offset from `data` of the last FF D9
+// pair that starts in [2, search_start] with both bytes inside the covered data; a `search_start`
+// of 0 or 1 is looked at alone. -1 when there is none. What the search learns of the data is kept
+// in `coverage` for the other streams of the same file.
+int64_t FindEOI(ByteCoverage& coverage, const uint8_t* data, int32_t search_start);
+
 // Prints two blanks `indent` times; nothing for 0 or less.
 void PrintIndent(int32_t indent, OutStream& stream);
 

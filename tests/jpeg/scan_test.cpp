@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -136,6 +137,87 @@ TEST(MarkerListScan, InnerStreamSeesOnlyItsOwnBytes) {
   EXPECT_EQ(coverage.LeftCount(), 4u);
   MarkerList beyond;  // said to reach far past the data: finds no end and reads nothing outside
   EXPECT_THROW(beyond.Scan(coverage, bytes.data() + 6, 100000), RawLayerException);
+}
+
+// The end search as a plain walk back from `search_start`, one index at a time.
+int64_t PlainEOISearch(const Bytes& bytes, int64_t origin, int32_t search_start) {
+  const int64_t last_pair = static_cast<int64_t>(bytes.size()) - origin - 2;
+  int64_t at = search_start;
+  for (;;) {
+    if (at >= 0 && at <= last_pair && bytes[origin + at] == 0xFF &&
+        bytes[origin + at + 1] == 0xD9) {
+      return at;
+    }
+    --at;
+    if (at > last_pair) {
+      at = last_pair;
+    }
+    if (at < 2) {
+      return -1;
+    }
+  }
+}
+
+// Streams nested in one file share its coverage, and with it what earlier searches learnt: each
+// answer must still be the one a plain search gives over the stream's own bytes.
+TEST(FindEOI, AgreesWithAPlainSearchWhateverTheOrder) {
+  std::mt19937 random(2024);
+  const uint8_t symbols[] = {0xFF, 0xD9, 0xFF, 0x00, 0x11};
+  for (int round = 0; round < 60; ++round) {
+    SCOPED_TRACE(round);
+    Bytes bytes(random() % 300);
+    for (uint8_t& b : bytes) {
+      b = symbols[random() % 5];
+    }
+    bytes.resize(bytes.size() + random() % 4000, static_cast<uint8_t>(0x20 + round));  // no FF
+    if (round % 3 == 0) {
+      bytes.push_back(0xFF);  // a pair that would straddle the end of the data
+    }
+    const auto size = static_cast<int64_t>(bytes.size());
+    ByteCoverage coverage(bytes.data(), static_cast<int32_t>(size));
+    for (int query = 0; query < 400; ++query) {
+      const int64_t origin = query % 4 == 0 ? query / 4 % (size + 1)  // nested, outermost first
+                                            : static_cast<int64_t>(random() % (size + 1));
+      int32_t search_start = 0;
+      switch (random() % 4) {
+        case 0:
+          search_start = static_cast<int32_t>(size - origin - 2);  // to the end of the data
+          break;
+        case 1:
+          search_start = static_cast<int32_t>(random() % 6) - 2;  // -2 to 3
+          break;
+        case 2:
+          search_start = INT32_MAX - static_cast<int32_t>(random() % 3);
+          break;
+        default:
+          search_start = static_cast<int32_t>(random() % (size - origin + 5)) - 2;
+      }
+      SCOPED_TRACE(testing::Message() << "origin " << origin << ", from " << search_start);
+      ASSERT_EQ(FindEOI(coverage, bytes.data() + origin, search_start),
+                PlainEOISearch(bytes, origin, search_start));
+    }
+  }
+}
+
+// The stretch one search found clear ends on the outer stream's EOI; a nested stream that sees
+// that pair below its index 2 has no end.
+TEST(FindEOI, NestedStreamKeepsItsOwnLowerBound) {
+  Bytes bytes = test::Hex("FF D8 FF E3 00 03 00 FF D9");
+  bytes.resize(bytes.size() + 100000, 0x00);
+  const auto size = static_cast<int32_t>(bytes.size());
+  ByteCoverage coverage(bytes.data(), size);
+  MarkerList outer;
+  outer.Scan(coverage, bytes.data(), size - 2);  // finds the EOI at 7, claims 0 to 5 and 7, 8
+  EXPECT_EQ(FindEOI(coverage, bytes.data() + 5, size - 7), 2);
+  EXPECT_EQ(FindEOI(coverage, bytes.data() + 6, size - 8), -1);
+  EXPECT_EQ(FindEOI(coverage, bytes.data() + 7, 0), 0);  // `search_start` itself below 2
+  MarkerList inner;
+  try {
+    inner.Scan(coverage, bytes.data() + 6, size - 8);
+    ADD_FAILURE() << "no exception";
+  } catch (const RawLayerException& e) {
+    EXPECT_STREQ(e.message, L"Missing JPEG EOI");
+  }
 }
 
 TEST(JPEGReader, CorpusFilesScanAndDump) {
