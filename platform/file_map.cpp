@@ -23,8 +23,20 @@ std::string NativePath(const wchar_t* name) {
   return path;
 }
 
+std::string ExistingPath(const wchar_t* name) {
+  std::string path = EncodeUtf8(name);
+  if (path.find('\\') == std::string::npos) {
+    return path;
+  }
+  struct stat info;
+  if (lstat(path.c_str(), &info) == 0) {
+    return path;
+  }
+  return NativePath(name);
+}
+
 int PlatformOpenRead(const wchar_t* name) {
-  std::string path = NativePath(name);
+  std::string path = ExistingPath(name);
   // Non-blocking, so that a pipe named like a JPEG cannot hang the walk.
   int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {

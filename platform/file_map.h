@@ -9,6 +9,10 @@ namespace corvi {
 // The bytes of a path as the system calls take it: UTF-8, with "\\" read as "/" so that the
 // paths composed by the walk ("dir\\*.*") name the same files as the user's own separators.
 std::string NativePath(const wchar_t* name);
+// The bytes of a path naming a file to open: a name on this system may itself hold "\\", so the
+// name exactly as given when an entry of that name exists, and NativePath(name) only when none
+// does.
+std::string ExistingPath(const wchar_t* name);
 
 // Each call returns its failure value and leaves LastPlatformError() set when it fails.
 

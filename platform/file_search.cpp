@@ -90,8 +90,9 @@ bool FileSearch::First(const wchar_t* pattern, FindData& entry) {
     return false;
   }
   if (last.find_first_of(L"*?") == std::wstring::npos) {
-    // A plain name matches its own entry; "." and ".." stand for the directory's real name.
-    std::string path = EncodeUtf8(text.c_str());
+    // A plain name matches its own entry; "." and ".." stand for the directory's real name. A
+    // name of this system may hold "\\": the pattern as given comes first.
+    std::string path = ExistingPath(pattern);
     struct stat info;
     if (stat(path.c_str(), &info) != 0 && lstat(path.c_str(), &info) != 0) {
       return false;

@@ -16,8 +16,11 @@ struct FindData {
 };
 
 // A search in progress; the destructor closes it. Both separators "/" and "\\" are read as "/".
-// A plain name or a directory matches its own entry. A last component with wildcards lists the
-// directory, "." and ".." included ("*.*" matches every name), sorted by name.
+// A plain name or a directory matches its own entry; one that names an existing entry exactly as
+// given, "\\" kept, matches that entry first. A last component with wildcards lists the
+// directory, "." and ".." included ("*.*" matches every name), sorted by name. An entry's name is
+// what follows the pattern's last "/" or "\\", so that the directory part of the pattern and the
+// name together give the path again.
 class FileSearch {
  public:
   FileSearch() = default;

@@ -17,7 +17,8 @@
 namespace corvi {
 
 int PlatformOpenWrite(const wchar_t* name) {
-  std::string path = NativePath(name);
+  // A missing file is created under NativePath(name), never under a name holding "\\".
+  std::string path = ExistingPath(name);
   int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   if (fd < 0) {
     return -1;

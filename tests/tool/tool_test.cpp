@@ -133,6 +133,17 @@ TEST_F(ToolTest, LinksBackToAWalkedDirectoryAreNotFollowed) {
                        Quiet("tree\\sub\\side\\z.jpg"));
 }
 
+// A name may hold "\\" on this system: the file of that name comes before the path a/b.jpg.
+TEST_F(ToolTest, FileNamedWithABackslash) {
+  Write(work + "/a\\b.jpg", kSmallest);
+  mkdir((work + "/a").c_str(), 0755);
+  Write(work + "/a/b.jpg", Bytes{0x41});
+  Result r = RunTool(work, {"a\\b.jpg"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "File a\\b.jpg (length=4):\n" + Quiet("a\\b.jpg"));
+  EXPECT_EQ(r.err, "");
+}
+
 TEST_F(ToolTest, UnreadableFile) {
   chmod((work + "/x.jpg").c_str(), 0);
   if (access((work + "/x.jpg").c_str(), R_OK) == 0) {
