@@ -72,6 +72,11 @@ class ByteCoverage {
   // Valid as long as the covered bytes do not change.
   int64_t eoi_clear_low = 0;
   int64_t eoi_clear_high = -1;
+
+  // How deep the parsers of this file may nest (0: no limit), and how deep thumbnails nest now.
+  uint32_t max_thumbnail_depth = 0;
+  uint32_t max_directory_depth = 0;
+  uint32_t thumbnail_depth = 0;
 };
 
 }  // namespace corvi

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "base/byte_coverage.h"
+#include "base/limits.h"
 #include "base/property.h"
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
@@ -28,7 +29,6 @@ static_assert(sizeof kXmpSignature == kXmpSignatureLength);
 // above it, so it cannot nest much beyond 65535 / 48 levels; the bound lies above that and is met
 // only by chains that fail anyway. Past it a thumbnail is dropped as one whose scan failed.
 constexpr int32_t kMaxThumbnailDepth = 2000;
-int32_t thumbnail_depth = 0;  // thumbnails being scanned right now; there is one thread
 
 // Pops the limit pushed for a thumbnail on every way out.
 class RangeGuard {
@@ -42,12 +42,16 @@ class RangeGuard {
   ByteCoverage& coverage;
 };
 
+// Counts a thumbnail being scanned, in the file's coverage, on every way out.
 class DepthGuard {
  public:
-  DepthGuard() { ++thumbnail_depth; }
+  explicit DepthGuard(ByteCoverage& guarded) : coverage(guarded) { ++coverage.thumbnail_depth; }
   DepthGuard(const DepthGuard&) = delete;
   DepthGuard& operator=(const DepthGuard&) = delete;
-  ~DepthGuard() { --thumbnail_depth; }
+  ~DepthGuard() { --coverage.thumbnail_depth; }
+
+ private:
+  ByteCoverage& coverage;
 };
 
 // Whether the payload starts with `signature`. The payload is not claimed yet and a segment at
@@ -126,15 +130,20 @@ std::unique_ptr<MarkerList> ScanThumbnail(const TIFFDirectory& directory,
     return nullptr;
   }
   const uint8_t* data = coverage.base + start;  // inside the data from here on
-  if (data[0] != 0xFF || data[1] != 0xD8 || thumbnail_depth >= kMaxThumbnailDepth) {
+  if (data[0] != 0xFF || data[1] != 0xD8 ||
+      coverage.thumbnail_depth >= static_cast<uint32_t>(kMaxThumbnailDepth)) {
     return nullptr;
   }
+  CheckLimit(L"Thumbnails nested too deep", uint64_t{coverage.thumbnail_depth} + 1,
+             coverage.max_thumbnail_depth);
   auto thumbnail = std::make_unique<MarkerList>();
   coverage.PushRangeAt(start, thumbnail_length);
   RangeGuard pop(coverage);
-  DepthGuard depth;
+  DepthGuard depth(coverage);
   try {
     thumbnail->Scan(coverage, data, thumbnail_length - 2);
+  } catch (const LimitExceeded&) {
+    throw;  // a caller's limit ends the file, not just this thumbnail
   } catch (const RawLayerException&) {
     return nullptr;  // dropped without a word; what the scan claimed stays claimed
   }

@@ -214,6 +214,7 @@ void Walk(TIFFDirectory& directory, ByteCoverage& coverage, const uint8_t* base,
         --f.remaining;
         const Descent d = ReadEntry(*f.directory, coverage, base, root, f.ifd, f.pos, f.lowest);
         if (d.sub != nullptr) {
+          CheckLimit(L"Directories nested too deep", stack.size(), coverage.max_directory_depth);
           // `f` may move with the stack's storage; it is not used again in this pass.
           stack.push_back(Frame{d.sub, d.offset, 0x7FFFFFFF, 0, 0, d.note ? d.follow_next : true,
                                 false, d.note ? Kind::kNote : Kind::kNested, d.tag,

@@ -160,6 +160,8 @@ void JPEGReader::Scan() {
   coverage = nullptr;
   // File lengths are 32-bit; one of 2 GiB or more wraps here like every other offset.
   coverage = new ByteCoverage(view, static_cast<int32_t>(length));
+  coverage->max_thumbnail_depth = limits.max_thumbnail_depth;
+  coverage->max_directory_depth = limits.max_directory_depth;
   markers->Scan(*coverage, view, static_cast<int32_t>(length - 2));
 }
 

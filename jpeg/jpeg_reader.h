@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/limits.h"
+
 namespace corvi {
 
 class ByteCoverage;
@@ -71,6 +73,8 @@ class JPEGReader : public MappedFile {
 
   MarkerList* markers = nullptr;     // owned
   ByteCoverage* coverage = nullptr;  // owned
+  // What a scan may cost; the nesting depths go to the coverage. The tool sets no limits.
+  Limits limits;
 };
 
 // Owning growable array of segments in file order, with the compressed data behind the first SOS.

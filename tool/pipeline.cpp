@@ -147,6 +147,7 @@ void ProcessFile(const wchar_t* path) {
   OutStream& out = StdOut();
   try {
     JPEGReader reader(path);
+    reader.limits = Limits::None();  // every file is reported as it is
     reader.Scan();
     if (!quiet) {
       reader.Dump(path, out);

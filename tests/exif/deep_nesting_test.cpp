@@ -170,5 +170,34 @@ TEST(DeepNesting, ScansDumpsAndDecodesWithinASmallStack) {
   }
 }
 
+// A library caller's limits end the whole scan, also from inside a thumbnail or a maker note,
+// whose own failures are dropped silently.
+TEST(DeepNesting, LimitsRefuseDeepNestingByName) {
+  const Bytes tiny = test::TinyGrayJpeg();
+  auto with_app1 = [&tiny](const Bytes& payload) {
+    JpegBuilder b;
+    b.Soi().Segment(0xE1, payload).Raw(Bytes(tiny.begin() + 2, tiny.end()));
+    return b.bytes();
+  };
+  const struct {
+    const char* name;
+    Bytes file;
+    const wchar_t* error;
+  } cases[] = {
+      {"thumbnails", NestedThumbnails(40), L"Thumbnails nested too deep (17, limit 16)"},
+      {"thumbnails within the limit", NestedThumbnails(17), L""},
+      {"directories", with_app1(DirectoryChain(300, 0x8769, false)),
+       L"Directories nested too deep (257, limit 256)"},
+      {"maker notes", with_app1(DirectoryChain(300, 0x927C, true)),
+       L"Directories nested too deep (257, limit 256)"},
+      {"directories within the limit", with_app1(DirectoryChain(256, 0x8769, false)), L""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(test::ScanBytes(c.file, Limits()).error, c.error);
+    EXPECT_EQ(test::ScanBytes(c.file).error, L"");  // no limits
+  }
+}
+
 }  // namespace
 }  // namespace corvi

@@ -116,9 +116,11 @@ Bytes TinyGrayJpeg() {
       .bytes();
 }
 
-ScanResult ScanBytes(const Bytes& bytes) {
+ScanResult ScanBytes(const Bytes& bytes, const Limits& limits) {
   ScanResult result;
   result.coverage = std::make_unique<ByteCoverage>(bytes.data(), static_cast<int32_t>(bytes.size()));
+  result.coverage->max_thumbnail_depth = limits.max_thumbnail_depth;
+  result.coverage->max_directory_depth = limits.max_directory_depth;
   result.markers = std::make_unique<MarkerList>();
   try {
     result.markers->Scan(*result.coverage, bytes.data(), static_cast<int32_t>(bytes.size()) - 2);

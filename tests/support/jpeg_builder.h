@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/byte_coverage.h"
+#include "base/limits.h"
 #include "jpeg/jpeg_reader.h"
 
 namespace corvi::test {
@@ -68,7 +69,8 @@ struct ScanResult {
   std::unique_ptr<MarkerList> markers;
   std::wstring error;  // the exception's text, empty when the scan succeeded
 };
-ScanResult ScanBytes(const Bytes& bytes);
+// The nesting depths of `limits` apply; by default there are none, as in the tool.
+ScanResult ScanBytes(const Bytes& bytes, const Limits& limits = Limits::None());
 
 // Dumps a scanned list as the tool would (without the file line) and returns the text.
 std::string DumpText(const ScanResult& result, const Bytes& bytes);
