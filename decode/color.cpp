@@ -9,6 +9,7 @@
 #endif
 
 #include "base/raw_layer.h"
+#include "decode/color_forms.h"
 #include "decode/decode_state.h"
 
 namespace corvi {
@@ -34,6 +35,32 @@ inline void Pixel(float y, float cb, float cr, uint16_t* pixel) {
   pixel[2] = ToChannel(blue);
   pixel[3] = 65535;
 }
+
+// The plain form, and the form every other one must equal.
+template <int kChromaShift>
+inline void ScalarRow8(const float* luma, const float* cb, const float* cr, uint16_t* out) {
+  for (int x = 0; x < 8; ++x) {
+    Pixel(luma[x], cb[x >> kChromaShift], cr[x >> kChromaShift], out + 4 * x);
+  }
+}
+
+inline void ScalarGrayRow8(const float* luma, uint16_t* out) {
+  for (int x = 0; x < 8; ++x) {
+    const uint16_t v = ToChannel(luma[x] * 257.0f + 32896.5f);
+    out[4 * x + 0] = v;
+    out[4 * x + 1] = v;
+    out[4 * x + 2] = v;
+    out[4 * x + 3] = 65535;
+  }
+}
+
+struct ScalarForm {
+  template <int kChromaShift>
+  static void Row8(const float* luma, const float* cb, const float* cr, uint16_t* out) {
+    ScalarRow8<kChromaShift>(luma, cb, cr, out);
+  }
+  static void GrayRow8(const float* luma, uint16_t* out) { ScalarGrayRow8(luma, out); }
+};
 
 #if defined(__SSE2__)
 // Four lanes of Pixel: the same operations in the same order, the clamps as MAXPS and MINPS,
@@ -83,7 +110,7 @@ inline Channels Pixels4(__m128 y, __m128 cb, __m128 cr) {
 
 // Eight pixels of one row. kChromaShift 0: a chroma sample per pixel; 1: one per two pixels.
 template <int kChromaShift>
-inline void Row8(const float* luma, const float* cb, const float* cr, uint16_t* out) {
+inline void Sse2Row8(const float* luma, const float* cb, const float* cr, uint16_t* out) {
   __m128 cb_low, cb_high, cr_low, cr_high;
   if (kChromaShift == 0) {
     cb_low = _mm_loadu_ps(cb);
@@ -104,7 +131,7 @@ inline void Row8(const float* luma, const float* cb, const float* cr, uint16_t* 
 }
 
 // Eight grey pixels of one row.
-inline void GrayRow8(const float* luma, uint16_t* out) {
+inline void Sse2GrayRow8(const float* luma, uint16_t* out) {
   const __m128 scale = _mm_set1_ps(257.0f);
   const __m128 offset = _mm_set1_ps(32896.5f);
   const __m128i low = Channels4(_mm_add_ps(_mm_mul_ps(_mm_loadu_ps(luma), scale), offset));
@@ -112,30 +139,37 @@ inline void GrayRow8(const float* luma, uint16_t* out) {
   const __m128i v = Pack8(low, high);
   Store8(v, v, v, out);
 }
-#else
-template <int kChromaShift>
-inline void Row8(const float* luma, const float* cb, const float* cr, uint16_t* out) {
-  for (int x = 0; x < 8; ++x) {
-    Pixel(luma[x], cb[x >> kChromaShift], cr[x >> kChromaShift], out + 4 * x);
-  }
-}
 
-inline void GrayRow8(const float* luma, uint16_t* out) {
-  for (int x = 0; x < 8; ++x) {
-    const uint16_t v = ToChannel(luma[x] * 257.0f + 32896.5f);
-    out[4 * x + 0] = v;
-    out[4 * x + 1] = v;
-    out[4 * x + 2] = v;
-    out[4 * x + 3] = 65535;
+struct Sse2Form {
+  template <int kChromaShift>
+  static void Row8(const float* luma, const float* cb, const float* cr, uint16_t* out) {
+    Sse2Row8<kChromaShift>(luma, cb, cr, out);
   }
-}
+  static void GrayRow8(const float* luma, uint16_t* out) { Sse2GrayRow8(luma, out); }
+};
 #endif
 
-inline uint16_t* RowAt(uint16_t* pixels, int row, uint32_t stride) {
-  return pixels + static_cast<size_t>(row) * stride * 4;
+constexpr McuConverters kScalarConverters = ConvertersOf<ScalarForm>();
+#if defined(__SSE2__)
+constexpr McuConverters kSse2Converters = ConvertersOf<Sse2Form>();
+#endif
+
+// The widest form this processor runs; all give the same pixels.
+const McuConverters& ChooseConverters() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_cpu_init();  // this runs among the static initialisers
+  if (ColourAvx2Built() && __builtin_cpu_supports("avx2")) {
+    return Avx2Converters();
+  }
+#endif
+#if defined(__SSE2__)
+  return kSse2Converters;
+#else
+  return kScalarConverters;
+#endif
 }
 
-using ConvertMcu = void (*)(const float*, uint16_t*, uint32_t);
+const McuConverters& kConverters = ChooseConverters();
 
 }  // namespace
 
@@ -143,55 +177,26 @@ void YCbCrToPixel(float y, float cb, float cr, uint16_t* pixel) {
   Pixel(y, cb, cr, pixel);
 }
 
-// Blocks Y, Cb, Cr; 8 by 8 pixels.
+const McuConverters& ScalarConverters() { return kScalarConverters; }
+
+#if defined(__SSE2__)
+const McuConverters& Sse2Converters() { return kSse2Converters; }
+#endif
+
 void ConvertMcu1x1(const float* blocks, uint16_t* pixels, uint32_t stride) {
-  const float* cb = blocks + 64;
-  const float* cr = blocks + 128;
-  for (int r = 0; r < 8; ++r) {
-    Row8<0>(blocks + 8 * r, cb + 8 * r, cr + 8 * r, RowAt(pixels, r, stride));
-  }
+  kConverters.by_mode[0](blocks, pixels, stride);
 }
-
-// Blocks Y0, Y1, Cb, Cr; 16 across, 8 down, a chroma sample per two pixels of a row.
 void ConvertMcu1x2(const float* blocks, uint16_t* pixels, uint32_t stride) {
-  const float* cb = blocks + 128;
-  const float* cr = blocks + 192;
-  for (int r = 0; r < 8; ++r) {
-    uint16_t* out = RowAt(pixels, r, stride);
-    Row8<1>(blocks + 8 * r, cb + 8 * r, cr + 8 * r, out);
-    Row8<1>(blocks + 64 + 8 * r, cb + 8 * r + 4, cr + 8 * r + 4, out + 32);
-  }
+  kConverters.by_mode[1](blocks, pixels, stride);
 }
-
-// Blocks Y0 (top), Y1 (bottom), Cb, Cr; 8 across, 16 down, a chroma row per two pixel rows.
 void ConvertMcu2x1(const float* blocks, uint16_t* pixels, uint32_t stride) {
-  const float* cb = blocks + 128;
-  const float* cr = blocks + 192;
-  for (int r = 0; r < 16; ++r) {
-    const float* luma = blocks + 64 * (r >> 3) + 8 * (r & 7);
-    Row8<0>(luma, cb + 8 * (r >> 1), cr + 8 * (r >> 1), RowAt(pixels, r, stride));
-  }
+  kConverters.by_mode[2](blocks, pixels, stride);
 }
-
-// Blocks Y0 Y1 (top), Y2 Y3 (bottom), Cb, Cr; 16 by 16, a chroma sample per square of four.
 void ConvertMcu2x2(const float* blocks, uint16_t* pixels, uint32_t stride) {
-  const float* cb = blocks + 256;
-  const float* cr = blocks + 320;
-  for (int r = 0; r < 16; ++r) {
-    const float* luma = blocks + 128 * (r >> 3) + 8 * (r & 7);
-    const float* cb_row = cb + 8 * (r >> 1);
-    const float* cr_row = cr + 8 * (r >> 1);
-    uint16_t* out = RowAt(pixels, r, stride);
-    Row8<1>(luma, cb_row, cr_row, out);
-    Row8<1>(luma + 64, cb_row + 4, cr_row + 4, out + 32);
-  }
+  kConverters.by_mode[3](blocks, pixels, stride);
 }
-
-// One block Y; grey pixels without the colour matrix.
 void ConvertMcuGray(const float* blocks, uint16_t* pixels, uint32_t stride) {
-  for (int r = 0; r < 8; ++r) {
-    GrayRow8(blocks + 8 * r, RowAt(pixels, r, stride));
-  }
+  kConverters.by_mode[4](blocks, pixels, stride);
 }
 
 void ConvertMcuRow(const DecodeState& state, RawLayer& layer, uint32_t y, const float* samples) {
@@ -203,26 +208,10 @@ void ConvertMcuRow(const DecodeState& state, RawLayer& layer, uint32_t y, const 
 
 void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y,
                        const float* samples) {
-  ConvertMcu convert = nullptr;
-  switch (state.sampling_mode) {
-    case 1:
-      convert = ConvertMcu1x1;
-      break;
-    case 2:
-      convert = ConvertMcu1x2;
-      break;
-    case 3:
-      convert = ConvertMcu2x1;
-      break;
-    case 4:
-      convert = ConvertMcu2x2;
-      break;
-    case 5:
-      convert = ConvertMcuGray;
-      break;
-    default:
-      return;
+  if (state.sampling_mode < 1 || state.sampling_mode > 5) {
+    return;
   }
+  const ConvertMcuFn convert = kConverters.by_mode[state.sampling_mode - 1];
   const uint32_t width = state.width;
   const uint32_t height = state.height;
   const uint32_t mcu_width = static_cast<uint32_t>(state.mcu_width);

@@ -168,9 +168,34 @@ void ScaleQuantTable(QuantTable& table) {
   }
 }
 
-void InverseDCT(const int16_t* coefficients, float* samples, const QuantTable& table) {
+void InverseDCTScalar(const int16_t* coefficients, float* samples, const QuantTable& table) {
   const float* q = table.values;
+  float ws[64];
+
+  // Columns first, with the DC-only shortcut.
+  ColumnStep(coefficients + 0, q + 0, ws + 0);
+  ColumnStep(coefficients + 1, q + 1, ws + 1);
+  ColumnStep(coefficients + 2, q + 2, ws + 2);
+  ColumnStep(coefficients + 3, q + 3, ws + 3);
+  ColumnStep(coefficients + 4, q + 4, ws + 4);
+  ColumnStep(coefficients + 5, q + 5, ws + 5);
+  ColumnStep(coefficients + 6, q + 6, ws + 6);
+  ColumnStep(coefficients + 7, q + 7, ws + 7);
+
+  // Then the rows, straight into the samples; the 1/8 and the output factors are in the table.
+  RowStep(ws + 0, samples + 0);
+  RowStep(ws + 8, samples + 8);
+  RowStep(ws + 16, samples + 16);
+  RowStep(ws + 24, samples + 24);
+  RowStep(ws + 32, samples + 32);
+  RowStep(ws + 40, samples + 40);
+  RowStep(ws + 48, samples + 48);
+  RowStep(ws + 56, samples + 56);
+}
+
 #if defined(__SSE2__)
+void InverseDCTSse2(const int16_t* coefficients, float* samples, const QuantTable& table) {
+  const float* q = table.values;
   // A block with only a DC coefficient: the column pass gives m = DC × q[0] in column 0 and +0
   // elsewhere (a zero coefficient times a table value, which is never negative), and each output
   // of the row pass is m with zeros added or subtracted, which is m again. Not so for m = -0 (a
@@ -224,29 +249,34 @@ void InverseDCT(const int16_t* coefficients, float* samples, const QuantTable& t
     _mm_storeu_ps(samples + 32 + 8 * r, w[r]);
     _mm_storeu_ps(samples + 32 + 8 * r + 4, w[4 + r]);
   }
-#else
-  float ws[64];
-
-  // Columns first, with the DC-only shortcut.
-  ColumnStep(coefficients + 0, q + 0, ws + 0);
-  ColumnStep(coefficients + 1, q + 1, ws + 1);
-  ColumnStep(coefficients + 2, q + 2, ws + 2);
-  ColumnStep(coefficients + 3, q + 3, ws + 3);
-  ColumnStep(coefficients + 4, q + 4, ws + 4);
-  ColumnStep(coefficients + 5, q + 5, ws + 5);
-  ColumnStep(coefficients + 6, q + 6, ws + 6);
-  ColumnStep(coefficients + 7, q + 7, ws + 7);
-
-  // Then the rows, straight into the samples; the 1/8 and the output factors are in the table.
-  RowStep(ws + 0, samples + 0);
-  RowStep(ws + 8, samples + 8);
-  RowStep(ws + 16, samples + 16);
-  RowStep(ws + 24, samples + 24);
-  RowStep(ws + 32, samples + 32);
-  RowStep(ws + 40, samples + 40);
-  RowStep(ws + 48, samples + 48);
-  RowStep(ws + 56, samples + 56);
+}
 #endif
+
+namespace {
+
+using InverseDCTForm = void (*)(const int16_t*, float*, const QuantTable&);
+
+// The widest form this processor runs; all give the same samples.
+InverseDCTForm ChooseInverseDCT() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_cpu_init();  // this runs among the static initialisers
+  if (InverseDCTAvx2Built() && __builtin_cpu_supports("avx2")) {
+    return InverseDCTAvx2;
+  }
+#endif
+#if defined(__SSE2__)
+  return InverseDCTSse2;
+#else
+  return InverseDCTScalar;
+#endif
+}
+
+const InverseDCTForm kInverseDCT = ChooseInverseDCT();
+
+}  // namespace
+
+void InverseDCT(const int16_t* coefficients, float* samples, const QuantTable& table) {
+  kInverseDCT(coefficients, samples, table);
 }
 
 }  // namespace corvi
