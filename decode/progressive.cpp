@@ -5,6 +5,10 @@
 #include <cstring>
 #include <memory>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "base/byte_coverage.h"
 #include "base/limits.h"
 #include "base/raw_layer.h"
@@ -205,6 +209,66 @@ inline void DecodeAcFirst(const ScanBand& band, int16_t* block, BitReader& reade
   }
 }
 
+// Bit j set for each j from `first` to `last` (0 ≤ first, last ≤ 63); none when first > last.
+inline uint64_t BandMask(int32_t first, int32_t last) {
+  if (first > last) {
+    return 0;
+  }
+  const uint64_t upto = last == 63 ? ~uint64_t{0} : (uint64_t{1} << (last + 1)) - 1;
+  return upto & ~((uint64_t{1} << first) - 1);
+}
+
+// For each byte of a mask in natural order, the same positions in coded (zig-zag) order.
+struct CodedOrderTable {
+  uint64_t part[8][256];
+};
+
+constexpr CodedOrderTable MakeCodedOrderTable() {
+  uint32_t coded_of_natural[64] = {};
+  for (uint32_t j = 0; j < 64; ++j) {
+    coded_of_natural[zigzag[j]] = j;
+  }
+  CodedOrderTable table{};
+  for (uint32_t byte = 0; byte < 8; ++byte) {
+    for (uint32_t value = 0; value < 256; ++value) {
+      uint64_t mask = 0;
+      for (uint32_t bit = 0; bit < 8; ++bit) {
+        if ((value >> bit) & 1) {
+          mask |= uint64_t{1} << coded_of_natural[byte * 8 + bit];
+        }
+      }
+      table.part[byte][value] = mask;
+    }
+  }
+  return table;
+}
+
+const CodedOrderTable kCodedOrder = MakeCodedOrderTable();
+
+// Bit j set where the coefficient at coded position j is not zero.
+inline uint64_t NonzeroInCodedOrder(const int16_t* block) {
+  uint64_t natural = 0;
+#if defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i* rows = reinterpret_cast<const __m128i*>(block);
+  for (int i = 0; i < 4; ++i) {
+    const __m128i a = _mm_cmpeq_epi16(_mm_loadu_si128(rows + 2 * i), zero);
+    const __m128i b = _mm_cmpeq_epi16(_mm_loadu_si128(rows + 2 * i + 1), zero);
+    const auto zeros = static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(a, b)));
+    natural |= uint64_t{~zeros & 0xFFFFu} << (16 * i);
+  }
+#else
+  for (int i = 0; i < 64; ++i) {
+    natural |= uint64_t{block[i] != 0 ? 1u : 0u} << i;
+  }
+#endif
+  uint64_t coded = 0;
+  for (int byte = 0; byte < 8; ++byte) {
+    coded |= kCodedOrder.part[byte][(natural >> (8 * byte)) & 0xFF];
+  }
+  return coded;
+}
+
 // T.81 G.1.2.3: one more bit of the band; new coefficients of ±1 and a correction bit for each
 // non-zero coefficient passed on the way, also inside an end-of-band run. The correction bits
 // are the bulk of the work: they come straight from a local copy of the accumulator, which is
@@ -273,24 +337,23 @@ inline void DecodeAcRefine(const ScanBand& band, int16_t* block, BitReader& read
     }
   }
   if (eob_run != 0) {
-    // Without branches on the coefficients, whose pattern no predictor learns: a zero takes
-    // no bit, a non-zero one takes the top bit of the accumulator.
-    for (; k <= end; ++k) {
-      int16_t& c = block[zigzag[k]];
-      const int32_t value = c;
+    // Only the non-zero coefficients of the band take a bit, in coded order, and a correction
+    // never makes one zero: their positions are found once, from a mask.
+    uint64_t nonzero = NonzeroInCodedOrder(block) & BandMask(k, end);
+    while (nonzero != 0) {
+      const int32_t j = __builtin_ctzll(nonzero);
+      nonzero &= nonzero - 1;
+      int16_t& c = block[zigzag[j]];
       if (count == 0) {
-        if (value != 0) {
-          correct(c);
-        }
+        correct(c);
         continue;
       }
-      const uint32_t non_zero = value != 0 ? 1 : 0;
-      const uint32_t bit = (bits >> 31) & non_zero;
-      bits <<= non_zero;
-      count -= non_zero;
-      const int32_t sign = value >> 31;  // 0 or -1
-      const int32_t step = (p1 ^ sign) - sign;  // p1 with the coefficient's sign
-      c = Low16(static_cast<uint32_t>(value) + static_cast<uint32_t>(step) * bit);
+      const uint32_t bit = bits >> 31;
+      bits <<= 1;
+      --count;
+      if (bit != 0) {
+        c = Low16(static_cast<uint32_t>(c > 0 ? c + p1 : c - p1));
+      }
     }
     --eob_run;
   }
