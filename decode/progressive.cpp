@@ -24,6 +24,9 @@
 namespace corvi {
 namespace {
 
+// How far ahead of the decoder a walk asks for the store's blocks.
+constexpr int64_t kPrefetchBlocks = 8;
+
 // T.81 B.2.3: at most 10 blocks in an MCU. The planned layouts have 6 at most.
 constexpr int32_t kMaxBlocksPerMcu = 10;
 
@@ -297,6 +300,28 @@ inline void DecodeAcRefine(const ScanBand& band, int16_t* block, BitReader& read
       c = Low16(static_cast<uint32_t>(c > 0 ? c + p1 : c - p1));
     }
   };
+  // The band's non-zero coefficients in coded order. A correction never makes one zero, so the
+  // mask only grows, with each new coefficient.
+  uint64_t nonzero = NonzeroInCodedOrder(block) & BandMask(band.start, end);
+  // Corrects the non-zero coefficients at coded positions [from, to], in order.
+  auto correct_range = [&](int32_t from, int32_t to) {
+    uint64_t passed = nonzero & BandMask(from, to);
+    while (passed != 0) {
+      const int32_t j = __builtin_ctzll(passed);
+      passed &= passed - 1;
+      int16_t& c = block[zigzag[j]];
+      if (count == 0) {
+        correct(c);
+        continue;
+      }
+      const uint32_t bit = bits >> 31;
+      bits <<= 1;
+      --count;
+      if (bit != 0) {
+        c = Low16(static_cast<uint32_t>(c > 0 ? c + p1 : c - p1));
+      }
+    }
+  };
   int32_t k = band.start;
   if (eob_run == 0) {
     while (k <= end) {
@@ -319,42 +344,27 @@ inline void DecodeAcRefine(const ScanBand& band, int16_t* block, BitReader& read
       if (eob_run != 0) {
         break;
       }
-      // Skip r zero coefficients, correcting the non-zero ones on the way.
-      for (; k <= end; ++k) {
-        int16_t& c = block[zigzag[k]];
-        if (c == 0) {
-          if (--r < 0) {
-            break;
-          }
-        } else {
-          correct(c);
-        }
+      // Skip r zero coefficients, correcting the non-zero ones on the way: the walk stops on
+      // the zero after them, or behind the band.
+      uint64_t zeros = ~nonzero & BandMask(k, end);
+      for (int32_t i = 0; i < r && zeros != 0; ++i) {
+        zeros &= zeros - 1;
       }
+      const int32_t stop = zeros != 0 ? __builtin_ctzll(zeros) : end + 1;
+      correct_range(k, stop - 1);
+      k = stop;
       if (s != 0 && k <= end) {
-        block[zigzag[k]] = Low16(static_cast<uint32_t>(s) << low);
+        const int16_t value = Low16(static_cast<uint32_t>(s) << low);
+        block[zigzag[k]] = value;
+        if (value != 0) {
+          nonzero |= uint64_t{1} << k;
+        }
       }
       ++k;
     }
   }
   if (eob_run != 0) {
-    // Only the non-zero coefficients of the band take a bit, in coded order, and a correction
-    // never makes one zero: their positions are found once, from a mask.
-    uint64_t nonzero = NonzeroInCodedOrder(block) & BandMask(k, end);
-    while (nonzero != 0) {
-      const int32_t j = __builtin_ctzll(nonzero);
-      nonzero &= nonzero - 1;
-      int16_t& c = block[zigzag[j]];
-      if (count == 0) {
-        correct(c);
-        continue;
-      }
-      const uint32_t bit = bits >> 31;
-      bits <<= 1;
-      --count;
-      if (bit != 0) {
-        c = Low16(static_cast<uint32_t>(c > 0 ? c + p1 : c - p1));
-      }
-    }
+    correct_range(k, end);
     --eob_run;
   }
   reader.bits = bits;
@@ -636,6 +646,9 @@ void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const 
       const BitReader before = reader;
       const uint32_t run_before = eob_run;
       int16_t* mcu = coefficients + m * mcu_stride;
+      if (m + kPrefetchBlocks < mcu_count) {
+        __builtin_prefetch(mcu + kPrefetchBlocks * mcu_stride, 1);
+      }
       for (int32_t u = 0; u < unit_count; ++u) {
         int32_t slot = slots[u];
         DecodeUnit<kind>(band, mcu + offsets[u] * 64, reader, *state.components[slot],
@@ -743,6 +756,12 @@ void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
       const bool stuck = idle.allowed && AtDataStop(reader);
       const BitReader before = reader;
       const uint32_t run_before = eob_run;
+      if (x + kPrefetchBlocks < columns) {
+        // The store is far larger than the caches, and each scan walks it once: ask for the
+        // blocks a little ahead of the decoder.
+        __builtin_prefetch(block_at(y, x + kPrefetchBlocks), 1);
+        __builtin_prefetch(block_at(y, x + kPrefetchBlocks) + 32, 1);
+      }
       DecodeUnit<kind>(band, block_at(y, x), reader, component, dc_predictor, eob_run);
       settled = Settled(stuck, run_before, before, reader, idle, store, y / v);
       MarkDecoded(store, idle, y / v);
@@ -805,6 +824,8 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
   if (owner == nullptr) {
     throw RawLayerException(L"Image too large for this machine's memory");
   }
+  // Each scan walks the whole store: huge pages spare the walks most of their TLB misses.
+  AdviseHugePages(owner.get(), store_bytes);
   CoefficientStore store;
   store.coefficients = owner.get();
 
