@@ -34,22 +34,26 @@ void BindTables(const DecodeState& state, ComponentInfo& c) {
 constexpr uint32_t kLookaheadBits = 10;
 constexpr uint32_t kLookaheadEntries = uint32_t{1} << kLookaheadBits;
 
-// One entry of the combined AC lookup: a code of at most 8 bits together with its extra bits, so
-// that one table access yields the run and the extended value. `total` 0 means: decode this
-// symbol the long way (longer codes, codes whose extra bits do not fit, ZRL).
-struct AcEntry {
-  int16_t value;        // the coefficient, as the long way stores it
-  uint8_t code_length;  // bits of the code alone
-  uint8_t total;        // bits of the code and its extra bits; 0 for no entry
-  uint8_t run;          // zeros before the coefficient
-  uint8_t end;          // 1 for a symbol that ends the block (size 0, not ZRL)
-};
+// One entry of the combined AC lookup, packed in 32 bits so that one load gives everything: a
+// code of at most 8 bits together with its extra bits, so that one table access yields the run
+// and the extended value. Bits 0 to 4: the bits of the code and its extra bits, 0 for no entry
+// (decode this symbol the long way: longer codes, codes whose extra bits do not fit, ZRL); bits
+// 8 to 11: the zeros before the coefficient; bit 15: a symbol that ends the block (size 0, not
+// ZRL), whose bit count is that of its code; bits 16 to 31: the coefficient, as the long way
+// stores it.
+using AcEntry = uint32_t;
+constexpr AcEntry kEndOfBlock = 1u << 15;
+
+inline AcEntry PackAcEntry(uint32_t total, uint32_t run, bool end, int32_t value) {
+  return total | run << 8 | (end ? kEndOfBlock : 0) |
+         static_cast<uint32_t>(static_cast<uint16_t>(value)) << 16;
+}
 
 // Fills `lookup` from the complete codes of page 0 of `table`: the top 8 of the looked-at bits
 // find the code exactly as DecodeSymbol does, the bits behind it are the extra bits.
 void BuildAcLookup(const HuffmanTable& table, AcEntry* lookup) {
   for (uint32_t p = 0; p < kLookaheadEntries; ++p) {
-    AcEntry e = {0, 0, 0, 0, 0};
+    AcEntry e = 0;
     const uint32_t entry = table.pages[p >> (kLookaheadBits - 8)];
     const uint32_t n = entry >> 8;
     if (n >= 1 && n <= 8) {
@@ -57,13 +61,11 @@ void BuildAcLookup(const HuffmanTable& table, AcEntry* lookup) {
       const uint32_t size = entry & 15;
       if (size == 0) {
         if (run != 15) {
-          e = {0, static_cast<uint8_t>(n), static_cast<uint8_t>(n), 0, 1};
+          e = PackAcEntry(n, 0, true, 0);
         }
       } else if (n + size <= kLookaheadBits) {
         const uint32_t extra = (p >> (kLookaheadBits - n - size)) & ((uint32_t{1} << size) - 1);
-        const int32_t value = Extend(extra, size);
-        e = {static_cast<int16_t>(static_cast<uint16_t>(value)), static_cast<uint8_t>(n),
-             static_cast<uint8_t>(n + size), static_cast<uint8_t>(run), 0};
+        e = PackAcEntry(n + size, run, false, Extend(extra, size));
       }
     }
     lookup[p] = e;
@@ -134,19 +136,18 @@ int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader
       uint32_t k = 1;
       while (k < 64) {
         const AcEntry e = lookup[bits >> (32 - kLookaheadBits)];
-        if (e.total != 0 && e.total <= bit_count) {
-          if (e.end != 0) {
-            bits <<= e.code_length;
-            bit_count -= e.code_length;
+        const uint32_t total = e & 31;
+        if (total != 0 && total <= bit_count) {
+          bits <<= total;
+          bit_count -= total;
+          if ((e & kEndOfBlock) != 0) {
             break;
           }
-          k += e.run;
-          bits <<= e.total;
-          bit_count -= e.total;
+          k += (e >> 8) & 15;
           if (k > 63) {  // no coefficient there: the value is read and dropped, the block ends
             break;
           }
-          out[zigzag[k]] = e.value;
+          out[zigzag[k]] = static_cast<int16_t>(static_cast<uint16_t>(e >> 16));
           ++k;
           continue;
         }
