@@ -111,20 +111,41 @@ int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader
     const HuffmanTable& dc_table = *c->dc_table;
     const HuffmanTable& ac_table = *c->ac_table;
     const uint16_t* const page0 = ac_table.pages;
+    const uint16_t* const dc_page0 = dc_table.pages;
     const AcEntry* lookup = lookups[slot];
     for (int32_t b = c->h * c->v; b > 0; --b) {
       std::memset(out, 0, 64 * sizeof(int16_t));
 
       // DC difference: the symbol is a bit count with no upper limit tested; the predictor runs
       // in uint32_t and the coefficient takes its low 16 bits.
-      slow.cursor = cursor;
-      slow.bits = bits;
-      slow.bit_count = bit_count;
-      const uint32_t s = DecodeSymbol(slow, dc_table);
-      const int32_t diff = s != 0 ? Extend(ReceiveBits(slow, s), s) : 0;
-      cursor = slow.cursor;
-      bits = slow.bits;
-      bit_count = slow.bit_count;
+      // A code of page 0 with its extra bits all held takes no refill: it is taken here. A code
+      // that the bits held do not cover is refilled for as DecodeSymbol does (see the AC loop).
+      int32_t diff;
+      for (;;) {
+        const uint32_t entry = dc_page0[bits >> 24];
+        const uint32_t n = entry >> 8;  // 1 to 8 for a code; 0xFE and 0xFF lie above any count
+        const uint32_t size = entry & 0xFF;
+        if (n <= bit_count && size <= 16 && n + size <= bit_count) {
+          bits <<= n;
+          diff = size != 0 ? Extend(bits >> (32 - size), size) : 0;
+          bits = size != 0 ? bits << size : bits;
+          bit_count -= n + size;
+          break;
+        }
+        if (n > bit_count && ((entry & 0xFF00) != 0xFE00 || bit_count < 8) && bit_count <= 24 &&
+            RefillForSymbol(cursor, end, bits, bit_count)) {
+          continue;
+        }
+        slow.cursor = cursor;
+        slow.bits = bits;
+        slow.bit_count = bit_count;
+        const uint32_t s = DecodeSymbol(slow, dc_table);
+        diff = s != 0 ? Extend(ReceiveBits(slow, s), s) : 0;
+        cursor = slow.cursor;
+        bits = slow.bits;
+        bit_count = slow.bit_count;
+        break;
+      }
       const uint32_t predictor =
           static_cast<uint32_t>(dc_predictors[slot]) + static_cast<uint32_t>(diff);
       dc_predictors[slot] = static_cast<int32_t>(predictor);
