@@ -248,4 +248,36 @@ void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y,
   }
 }
 
+void ConvertOneMcu(const DecodeState& state, uint16_t* rows, uint32_t y, int32_t mcu,
+                   const float* samples) {
+  if (state.sampling_mode < 1 || state.sampling_mode > 5 || rows == nullptr) {
+    return;
+  }
+  const uint32_t width = state.width;
+  const uint32_t height = state.height;
+  const uint32_t mcu_width = static_cast<uint32_t>(state.mcu_width);
+  const uint32_t mcu_height = static_cast<uint32_t>(state.mcu_height);
+  const uint64_t x = uint64_t{static_cast<uint32_t>(mcu)} * mcu_width;
+  if (y >= height || x >= width) {
+    return;
+  }
+  const ConvertMcuFn convert = kConverters.by_mode[state.sampling_mode - 1];
+  uint16_t* dest = rows + x * 4;
+  if (uint64_t{y} + mcu_height <= height && x + mcu_width <= width) {
+    convert(samples, dest, width);
+    return;
+  }
+  // A partial MCU is converted whole into scratch (stride 32) and only its image part copied.
+  uint16_t scratch[32 * 32 * 4];
+  convert(samples, scratch, 32);
+  const auto n = static_cast<uint32_t>(mcu_width < width - x ? mcu_width : width - x);
+  for (uint32_t r = 0; r < mcu_height && uint64_t{y} + r < height; ++r) {
+    const uint16_t* from = scratch + static_cast<size_t>(r) * 32 * 4;
+    uint16_t* to = dest + static_cast<size_t>(r) * width * 4;
+    for (uint32_t k = 0; k < n * 4; ++k) {
+      to[k] = from[k];
+    }
+  }
+}
+
 }  // namespace corvi

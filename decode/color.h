@@ -17,6 +17,11 @@ void ConvertMcu2x1(const float* blocks, uint16_t* pixels, uint32_t stride);
 void ConvertMcu2x2(const float* blocks, uint16_t* pixels, uint32_t stride);
 void ConvertMcuGray(const float* blocks, uint16_t* pixels, uint32_t stride);
 
+// Converts MCU number `mcu` of the MCU row whose top line is `y` into `rows` (as above): the
+// pixels that ConvertMcuRowInto gives for that MCU.
+void ConvertOneMcu(const DecodeState& state, uint16_t* rows, uint32_t y, int32_t mcu,
+                   const float* samples);
+
 // The five converters of one form, by sampling mode 1 to 5 (1x1, 1x2, 2x1, 2x2, grey). The forms
 // are bit for bit equal: plain C++, four lanes (SSE2, where built) and eight lanes (AVX2; use it
 // only where ColourAvx2Built() and the processor has AVX2). The functions above and the row

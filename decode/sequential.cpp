@@ -262,8 +262,11 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
     }
   }
 
-  std::unique_ptr<int16_t[]> coefficients(AllocateArray<int16_t>(row_values));
-  std::unique_ptr<float[]> samples(AllocateArray<float>(row_values));
+  // The refusal above counts a row of MCUs, as the row-at-a-time decoder needs; this one needs
+  // the blocks of one MCU.
+  const uint64_t mcu_values = uint64_t{static_cast<uint32_t>(state.blocks_per_mcu)} * 64;
+  std::unique_ptr<int16_t[]> coefficients(AllocateArray<int16_t>(mcu_values));
+  std::unique_ptr<float[]> samples(AllocateArray<float>(mcu_values));
   std::unique_ptr<AcEntry[]> lookup_block(new AcEntry[4 * kLookaheadEntries]);
   const AcEntry* lookups[4] = {nullptr, nullptr, nullptr, nullptr};
   for (int32_t slot = 0; slot < 4; ++slot) {
@@ -288,6 +291,22 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
   // and also once a whole MCU decoded at a data stop consumed nothing: the next one starts from
   // the same bits with the same tables and does the same.
   bool idle = false;
+  // Each MCU is transformed and converted as soon as it is decoded, while its blocks are in the
+  // nearest cache; its pixels are those the row would give.
+  auto finish_mcu = [&](const int16_t* in, uint16_t* rows, uint32_t y, int32_t m) {
+    float* transformed = samples.get();
+    for (const ComponentInfo* c : state.components) {
+      if (c == nullptr || c->h * c->v <= 0) {
+        continue;
+      }
+      for (int32_t b = c->h * c->v; b > 0; --b) {
+        InverseDCT(in, transformed, *c->quant_table);
+        in += 64;
+        transformed += 64;
+      }
+    }
+    ConvertOneMcu(state, rows, y, m, samples.get());
+  };
   for (int32_t r = 0; r < state.mcus_down; ++r) {
     idle = idle || (skip && Exhausted(reader));
     // Without pixels to keep, flat blocks change nothing: once no restart can find more data
@@ -296,23 +315,29 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
         (state.restart_interval == 0 || reader.cursor == reader.end)) {
       break;
     }
+    const uint32_t y = static_cast<uint32_t>(r) * static_cast<uint32_t>(state.mcu_height);
+    uint16_t* rows = state.keep_pixels ? layer.pixels + uint64_t{y} * state.width * 4
+                                       : row_buffer.get();
     int16_t* out = coefficients.get();
-    bool row_read = false;  // some MCU of the row read the data
     for (int32_t m = 0; m < state.mcus_across;) {
       int32_t run = 1;
       if (idle || (skip && Exhausted(reader))) {
         idle = true;
-        // Flat up to the next restart or the end of the row, without a symbol decoded.
+        // Flat up to the next restart or the end of the row, without a symbol decoded; without
+        // pixels kept there is nothing to write at all.
         run = countdown < state.mcus_across - m ? countdown : state.mcus_across - m;
-        for (int32_t i = 0; i < run; ++i) {
-          out = FlatMcu(state, out, dc_predictors);
+        if (state.keep_pixels) {
+          for (int32_t i = 0; i < run; ++i) {
+            FlatMcu(state, out, dc_predictors);
+            finish_mcu(out, rows, y, m + i);
+          }
         }
       } else {
         const bool stuck = skip && AtDataStop(reader);
         const uint32_t bits = reader.bits;
         const uint32_t bit_count = reader.bit_count;
-        out = DecodeMcuFast(state, out, reader, dc_predictors, lookups);
-        row_read = true;
+        DecodeMcuFast(state, out, reader, dc_predictors, lookups);
+        finish_mcu(out, rows, y, m);
         idle = stuck && reader.bit_count == bit_count && reader.bits == bits;
       }
       m += run;
@@ -324,31 +349,6 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
         countdown = state.restart_interval;
         idle = false;
       }
-    }
-    if (skip && !state.keep_pixels && !row_read) {
-      continue;  // a row of flat blocks whose pixels nobody keeps
-    }
-
-    // The whole row is decoded before its first block is transformed.
-    const int16_t* in = coefficients.get();
-    float* transformed = samples.get();
-    for (int32_t m = 0; m < state.mcus_across; ++m) {
-      for (const ComponentInfo* c : state.components) {
-        if (c == nullptr || c->h * c->v <= 0) {
-          continue;
-        }
-        for (int32_t b = c->h * c->v; b > 0; --b) {
-          InverseDCT(in, transformed, *c->quant_table);
-          in += 64;
-          transformed += 64;
-        }
-      }
-    }
-    const uint32_t y = static_cast<uint32_t>(r) * static_cast<uint32_t>(state.mcu_height);
-    if (state.keep_pixels) {
-      ConvertMcuRow(state, layer, y, samples.get());
-    } else {
-      ConvertMcuRowInto(state, row_buffer.get(), y, samples.get());
     }
   }
 }
