@@ -32,6 +32,21 @@ std::string ExistingPath(const wchar_t* name) {
   if (lstat(path.c_str(), &info) == 0) {
     return path;
   }
+  // Mixed: the walk joins a name that holds "\\" to its directory with "\\". Each backslash is a
+  // separator where the path up to it is a directory, and part of a name where it is not.
+  std::string mixed;
+  size_t start = 0;
+  for (size_t at = path.find('\\'); at != std::string::npos; at = path.find('\\', at + 1)) {
+    const std::string head = mixed + path.substr(start, at - start);
+    if (stat(head.empty() ? "/" : head.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+      mixed = head + "/";
+      start = at + 1;
+    }
+  }
+  mixed += path.substr(start);
+  if (lstat(mixed.c_str(), &info) == 0) {
+    return mixed;
+  }
   return NativePath(name);
 }
 

@@ -56,7 +56,7 @@ bool IsDirectory(const std::string& path) {
 
 bool PlatformDirectoryId(const wchar_t* path, DirectoryId& id) {
   struct stat info;
-  if (stat(NativePath(path).c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+  if (stat(ExistingPath(path).c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
     return false;
   }
   id.device = static_cast<uint64_t>(info.st_dev);
@@ -112,7 +112,12 @@ bool FileSearch::First(const wchar_t* pattern, FindData& entry) {
     attributes.push_back(S_ISDIR(info.st_mode) ? kDirectoryAttribute : 0);
     return Deliver(entry);
   }
-  std::string folder = directory.empty() ? std::string(".") : EncodeUtf8(directory.c_str());
+  // The directory part as given, so that a directory whose name holds "\\" is found.
+  std::string folder = ".";
+  if (!directory.empty()) {
+    const std::wstring given(pattern, slash + 1);
+    folder = given.size() == 1 ? std::string("/") : ExistingPath(given.substr(0, slash).c_str());
+  }
   DIR* dir = opendir(folder.c_str());
   if (dir == nullptr) {
     return false;

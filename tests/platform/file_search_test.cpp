@@ -121,7 +121,7 @@ TEST_F(BackslashNameTest, SearchTakesAnExistingNameAsGiven) {
   const Case cases[] = {
       {"/a\\b.jpg", {{L"b.jpg", false}}},  // the file, not the directory a/b.jpg
       {"/c\\d.jpg", {{L"d.jpg", false}}},
-      {"\\c\\d.jpg", {}},  // the name as given, or every "\\" read as "/": nothing between
+      {"\\c\\d.jpg", {{L"d.jpg", false}}},  // a separator after a directory, a name part after c
       {"/e\\f.jpg", {}},
       {"/a\\b.j?g", {{L"b.jpg", true}}},  // wildcards: "\\" is read as "/"
       {"/a\\*", {{L".", true}, {L"..", true}, {L"b.jpg", true}}},

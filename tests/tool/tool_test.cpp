@@ -144,6 +144,19 @@ TEST_F(ToolTest, FileNamedWithABackslash) {
   EXPECT_EQ(r.err, "");
 }
 
+// The walk joins names to their directories with "\\": a backslash is a separator where the path
+// up to it is a directory, and part of a name elsewhere.
+TEST_F(ToolTest, WalkFindsNamesAndDirectoriesWithBackslashes) {
+  mkdir((work + "/d").c_str(), 0755);
+  mkdir((work + "/d/x\\y").c_str(), 0755);
+  Write(work + "/d/a\\b.jpg", kSmallest);
+  Write(work + "/d/x\\y/c.jpg", kSmallest);
+  Result r = RunTool(work, {"-q", "d"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, Quiet("d\\a\\b.jpg") + Quiet("d\\x\\y\\c.jpg"));
+  EXPECT_EQ(r.err, "");
+}
+
 TEST_F(ToolTest, UnreadableFile) {
   chmod((work + "/x.jpg").c_str(), 0);
   if (access((work + "/x.jpg").c_str(), R_OK) == 0) {
