@@ -116,6 +116,14 @@ Bytes NestedThumbnails(int levels) {
   return inner;
 }
 
+// A tiny grey file with `payload` as its APP1.
+Bytes WithApp1(const Bytes& payload) {
+  const Bytes tiny = test::TinyGrayJpeg();
+  JpegBuilder b;
+  b.Soi().Segment(0xE1, payload).Raw(Bytes(tiny.begin() + 2, tiny.end()));
+  return b.bytes();
+}
+
 size_t Count(const std::string& text, const std::string& what) {
   size_t n = 0;
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
@@ -132,16 +140,10 @@ struct DeepCase {
 };
 
 TEST(DeepNesting, ScansDumpsAndDecodesWithinASmallStack) {
-  const Bytes tiny = test::TinyGrayJpeg();
-  auto with_app1 = [&tiny](const Bytes& payload) {
-    JpegBuilder b;
-    b.Soi().Segment(0xE1, payload).Raw(Bytes(tiny.begin() + 2, tiny.end()));
-    return b.bytes();
-  };
   const DeepCase cases[] = {
       {"thumbnails", NestedThumbnails(860), "Thumbnail:", 859},
-      {"Exif sub-directories", with_app1(DirectoryChain(4600, 0x8769, false)), "ExifOffset", 4600},
-      {"Canon maker notes", with_app1(DirectoryChain(4600, 0x927C, true)), "MakerNote", 4600},
+      {"Exif sub-directories", WithApp1(DirectoryChain(4600, 0x8769, false)), "ExifOffset", 4600},
+      {"Canon maker notes", WithApp1(DirectoryChain(4600, 0x927C, true)), "MakerNote", 4600},
   };
   for (const DeepCase& c : cases) {
     SCOPED_TRACE(c.name);
@@ -173,12 +175,6 @@ TEST(DeepNesting, ScansDumpsAndDecodesWithinASmallStack) {
 // A library caller's limits end the whole scan, also from inside a thumbnail or a maker note,
 // whose own failures are dropped silently.
 TEST(DeepNesting, LimitsRefuseDeepNestingByName) {
-  const Bytes tiny = test::TinyGrayJpeg();
-  auto with_app1 = [&tiny](const Bytes& payload) {
-    JpegBuilder b;
-    b.Soi().Segment(0xE1, payload).Raw(Bytes(tiny.begin() + 2, tiny.end()));
-    return b.bytes();
-  };
   const struct {
     const char* name;
     Bytes file;
@@ -186,11 +182,11 @@ TEST(DeepNesting, LimitsRefuseDeepNestingByName) {
   } cases[] = {
       {"thumbnails", NestedThumbnails(40), L"Thumbnails nested too deep (17, limit 16)"},
       {"thumbnails within the limit", NestedThumbnails(17), L""},
-      {"directories", with_app1(DirectoryChain(300, 0x8769, false)),
+      {"directories", WithApp1(DirectoryChain(300, 0x8769, false)),
        L"Directories nested too deep (257, limit 256)"},
-      {"maker notes", with_app1(DirectoryChain(300, 0x927C, true)),
+      {"maker notes", WithApp1(DirectoryChain(300, 0x927C, true)),
        L"Directories nested too deep (257, limit 256)"},
-      {"directories within the limit", with_app1(DirectoryChain(256, 0x8769, false)), L""},
+      {"directories within the limit", WithApp1(DirectoryChain(256, 0x8769, false)), L""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
