@@ -2,7 +2,10 @@
 #include "decode/sequential.h"
 
 #include <cstring>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
+#include <thread>
 
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
@@ -217,6 +220,56 @@ int16_t* DecodeMcuFast(const DecodeState& state, int16_t* out, BitReader& reader
   return out;
 }
 
+// Frames of fewer MCU rows are decoded on one thread: a second one would not pay for itself.
+constexpr int32_t kPipelineMinRows = 16;
+// Rows of coefficients in flight between the two threads.
+constexpr int32_t kPipelineRows = 4;
+
+// The hand-over of decoded rows from the entropy decoder to the transform thread.
+class RowPipeline {
+ public:
+  // Waits until row `r` is published (true), or the decoder has stopped before it (false).
+  bool WaitForRow(int32_t r) {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [&] { return published > r || closed; });
+    return published > r;
+  }
+  void Finished(int32_t r) {
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      finished = r + 1;
+    }
+    changed.notify_all();
+  }
+  // Waits until the slot of row `r` in a ring of `ring` rows is free.
+  void WaitForSlot(int32_t r, int32_t ring) {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [&] { return finished > r - ring; });
+  }
+  void Publish(int32_t r) {
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      published = r + 1;
+    }
+    changed.notify_all();
+  }
+  // No more rows: the transform thread finishes those published and stops.
+  void Close() {
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      closed = true;
+    }
+    changed.notify_all();
+  }
+
+ private:
+  std::mutex mutex;
+  std::condition_variable changed;
+  int32_t published = 0;  // rows decoded and handed over
+  int32_t finished = 0;   // rows transformed and converted
+  bool closed = false;
+};
+
 // The blocks of one MCU as exhausted data decodes them: flat, with each component's last DC.
 int16_t* FlatMcu(const DecodeState& state, int16_t* out, const int32_t* dc_predictors) {
   for (int32_t slot = 0; slot < 4; ++slot) {
@@ -262,11 +315,6 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
     }
   }
 
-  // The refusal above counts a row of MCUs, as the row-at-a-time decoder needs; this one needs
-  // the blocks of one MCU.
-  const uint64_t mcu_values = uint64_t{static_cast<uint32_t>(state.blocks_per_mcu)} * 64;
-  std::unique_ptr<int16_t[]> coefficients(AllocateArray<int16_t>(mcu_values));
-  std::unique_ptr<float[]> samples(AllocateArray<float>(mcu_values));
   std::unique_ptr<AcEntry[]> lookup_block(new AcEntry[4 * kLookaheadEntries]);
   const AcEntry* lookups[4] = {nullptr, nullptr, nullptr, nullptr};
   for (int32_t slot = 0; slot < 4; ++slot) {
@@ -277,6 +325,42 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
       lookups[slot] = lookup;
     }
   }
+
+  // Rows of coefficients between the entropy decoder and the transform: one when both run on
+  // this thread, a ring when the transform and the colour conversion run on a second one.
+  const bool two_threads = state.threads && state.mcus_down >= kPipelineMinRows &&
+                           std::thread::hardware_concurrency() >= 2;
+  const int32_t ring = two_threads ? kPipelineRows : 1;
+  std::unique_ptr<int16_t[]> coefficients(AllocateArray<int16_t>(row_values * ring));
+  std::unique_ptr<float[]> samples(AllocateArray<float>(row_values));
+  std::unique_ptr<uint8_t[]> convert_row(new uint8_t[static_cast<size_t>(ring)]);
+
+  // The transform and conversion of one decoded row (of ring slot `slot`).
+  auto finish_row = [&](int32_t r, int32_t slot) {
+    if (convert_row[slot] == 0) {
+      return;  // a row of flat blocks whose pixels nobody keeps
+    }
+    const int16_t* in = coefficients.get() + static_cast<size_t>(slot) * row_values;
+    float* transformed = samples.get();
+    for (int32_t m = 0; m < state.mcus_across; ++m) {
+      for (const ComponentInfo* c : state.components) {
+        if (c == nullptr || c->h * c->v <= 0) {
+          continue;
+        }
+        for (int32_t b = c->h * c->v; b > 0; --b) {
+          InverseDCT(in, transformed, *c->quant_table);
+          in += 64;
+          transformed += 64;
+        }
+      }
+    }
+    const uint32_t y = static_cast<uint32_t>(r) * static_cast<uint32_t>(state.mcu_height);
+    if (state.keep_pixels) {
+      ConvertMcuRow(state, layer, y, samples.get());
+    } else {
+      ConvertMcuRowInto(state, row_buffer.get(), y, samples.get());
+    }
+  };
 
   int32_t countdown = state.restart_interval != 0 ? state.restart_interval : 0x7FFFFFFF;
   uint32_t restart_number = 0;
@@ -291,53 +375,33 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
   // and also once a whole MCU decoded at a data stop consumed nothing: the next one starts from
   // the same bits with the same tables and does the same.
   bool idle = false;
-  // Each MCU is transformed and converted as soon as it is decoded, while its blocks are in the
-  // nearest cache; its pixels are those the row would give.
-  auto finish_mcu = [&](const int16_t* in, uint16_t* rows, uint32_t y, int32_t m) {
-    float* transformed = samples.get();
-    for (const ComponentInfo* c : state.components) {
-      if (c == nullptr || c->h * c->v <= 0) {
-        continue;
-      }
-      for (int32_t b = c->h * c->v; b > 0; --b) {
-        InverseDCT(in, transformed, *c->quant_table);
-        in += 64;
-        transformed += 64;
-      }
-    }
-    ConvertOneMcu(state, rows, y, m, samples.get());
-  };
-  for (int32_t r = 0; r < state.mcus_down; ++r) {
+  // Decodes row `r` into ring slot `slot`; false when the frame is done early.
+  auto decode_row = [&](int32_t r, int32_t slot) {
+    static_cast<void>(r);
     idle = idle || (skip && Exhausted(reader));
     // Without pixels to keep, flat blocks change nothing: once no restart can find more data
     // (none are coming, or the cursor stands at the end), the frame is done.
     if (idle && !state.keep_pixels &&
         (state.restart_interval == 0 || reader.cursor == reader.end)) {
-      break;
+      return false;
     }
-    const uint32_t y = static_cast<uint32_t>(r) * static_cast<uint32_t>(state.mcu_height);
-    uint16_t* rows = state.keep_pixels ? layer.pixels + uint64_t{y} * state.width * 4
-                                       : row_buffer.get();
-    int16_t* out = coefficients.get();
+    int16_t* out = coefficients.get() + static_cast<size_t>(slot) * row_values;
+    bool row_read = false;  // some MCU of the row read the data
     for (int32_t m = 0; m < state.mcus_across;) {
       int32_t run = 1;
       if (idle || (skip && Exhausted(reader))) {
         idle = true;
-        // Flat up to the next restart or the end of the row, without a symbol decoded; without
-        // pixels kept there is nothing to write at all.
+        // Flat up to the next restart or the end of the row, without a symbol decoded.
         run = countdown < state.mcus_across - m ? countdown : state.mcus_across - m;
-        if (state.keep_pixels) {
-          for (int32_t i = 0; i < run; ++i) {
-            FlatMcu(state, out, dc_predictors);
-            finish_mcu(out, rows, y, m + i);
-          }
+        for (int32_t i = 0; i < run; ++i) {
+          out = FlatMcu(state, out, dc_predictors);
         }
       } else {
         const bool stuck = skip && AtDataStop(reader);
         const uint32_t bits = reader.bits;
         const uint32_t bit_count = reader.bit_count;
-        DecodeMcuFast(state, out, reader, dc_predictors, lookups);
-        finish_mcu(out, rows, y, m);
+        out = DecodeMcuFast(state, out, reader, dc_predictors, lookups);
+        row_read = true;
         idle = stuck && reader.bit_count == bit_count && reader.bits == bits;
       }
       m += run;
@@ -350,7 +414,47 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
         idle = false;
       }
     }
+    convert_row[slot] = state.keep_pixels || row_read || !skip ? 1 : 0;
+    return true;
+  };
+
+  if (!two_threads) {
+    for (int32_t r = 0; r < state.mcus_down; ++r) {
+      if (!decode_row(r, 0)) {
+        break;
+      }
+      finish_row(r, 0);
+    }
+    return;
   }
+
+  // Two threads: this one decodes rows into the ring, the other transforms and converts them in
+  // order. Rows are handed over whole; the pixels are those one thread would give.
+  RowPipeline pipe;
+  std::thread transformer([&]() {
+    for (int32_t r = 0;; ++r) {
+      if (!pipe.WaitForRow(r)) {
+        return;
+      }
+      finish_row(r, r % ring);
+      pipe.Finished(r);
+    }
+  });
+  try {
+    for (int32_t r = 0; r < state.mcus_down; ++r) {
+      pipe.WaitForSlot(r, ring);
+      if (!decode_row(r, r % ring)) {
+        break;
+      }
+      pipe.Publish(r);
+    }
+  } catch (...) {
+    pipe.Close();
+    transformer.join();
+    throw;
+  }
+  pipe.Close();
+  transformer.join();
 }
 
 void SeekRestartMarker(BitReader& reader, uint32_t restart_number) {

@@ -133,9 +133,10 @@ void DecodeStage(const MarkerList& markers) {
   {
     auto state = std::make_unique<DecodeState>();
     // The tool reports every file as it is, and drops the pixels: each MCU row goes through a
-    // reused row buffer.
+    // reused row buffer, converted on a second thread while the next rows are decoded.
     state->limits = Limits::None();
     state->keep_pixels = false;
+    state->threads = true;
     DecodeImage(markers, *state, *layer, false);
   }
   OutStream& out = StdOut();

@@ -1,7 +1,7 @@
 // The decoders pass over work that exhausted data makes a no-op, and the tool's decode keeps no
-// pixels. Both must change nothing: on cut, damaged and restarted streams, the outcome with
-// the shortcuts equals the outcome of the full walk, and the baseline decoder equals the
-// literal reference.
+// pixels and runs on two threads. None of it may change anything: on cut, damaged and restarted
+// streams, the outcome with the shortcuts equals the outcome of the full walk, and the baseline
+// decoder equals the literal reference.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -108,6 +108,7 @@ TEST(IdleSkips, ChangeNothingOnCutAndDamagedStreams) {
       {"baseline 4:2:0", {64, 48, false, 2, 2, false, 0}},
       {"baseline grey, restarts", {40, 24, true, 1, 1, false, 1}},
       {"baseline 4:2:2, restarts", {72, 40, false, 2, 1, false, 3}},
+      {"baseline 4:2:0, 20 MCU rows, restarts", {96, 320, false, 2, 2, false, 5}},
       {"progressive 4:2:0", {64, 48, false, 2, 2, true, 0}},
       {"progressive grey, restarts", {40, 24, true, 1, 1, true, 2}},
       {"progressive 4:4:0, restarts", {48, 64, false, 1, 2, true, 5}},
@@ -129,6 +130,9 @@ TEST(IdleSkips, ChangeNothingOnCutAndDamagedStreams) {
       sized.pixel_hash = 0;
       EXPECT_EQ(test::DecodeWithLibrary(bytes, true, false), sized);
       EXPECT_EQ(test::DecodeWithLibrary(bytes, false, false), sized);
+      // Entropy decoding and transform on two threads: the same pixels and the same error.
+      EXPECT_EQ(test::DecodeWithLibrary(bytes, true, true, true), full);
+      EXPECT_EQ(test::DecodeWithLibrary(bytes, true, false, true), sized);
       const DecodeOutcome literal = test::DecodeLiterally(bytes);
       EXPECT_EQ(literal, full) << Narrow(literal.error) << " / " << Narrow(full.error);
     }

@@ -97,18 +97,23 @@ TEST_P(PixelHashTest, MatchesRecordedHash) {
   }
   test::ScanResult scan = test::ScanBytes(bytes);
   ASSERT_TRUE(scan.error.empty());
-  DecodeState state;
-  RawLayer layer;
-  try {
-    DecodeImage(*scan.markers, state, layer, false);
-  } catch (const RawLayerException&) {
-    FAIL() << "decode threw";
+  // On one thread, and with the entropy decoding and the transform on two.
+  for (const bool threads : {false, true}) {
+    SCOPED_TRACE(threads ? "two threads" : "one thread");
+    DecodeState state;
+    state.threads = threads;
+    RawLayer layer;
+    try {
+      DecodeImage(*scan.markers, state, layer, false);
+    } catch (const RawLayerException&) {
+      FAIL() << "decode threw";
+    }
+    ASSERT_NE(layer.pixels, nullptr);
+    const uint64_t hash = HashPixels(layer.pixels, uint64_t{layer.width} * layer.height * 4);
+    EXPECT_EQ(layer.width, c.width);
+    EXPECT_EQ(layer.height, c.height);
+    EXPECT_EQ(hash, c.hash);
   }
-  ASSERT_NE(layer.pixels, nullptr);
-  const uint64_t hash = HashPixels(layer.pixels, uint64_t{layer.width} * layer.height * 4);
-  EXPECT_EQ(layer.width, c.width);
-  EXPECT_EQ(layer.height, c.height);
-  EXPECT_EQ(hash, c.hash);
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, PixelHashTest, ::testing::ValuesIn(kCases));

@@ -147,7 +147,8 @@ uint64_t HashPixels(const uint16_t* pixels, uint64_t count) {
   return hash;
 }
 
-DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle, bool keep_pixels) {
+DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle, bool keep_pixels,
+                                bool threads) {
   ScanResult scan = ScanBytes(bytes);
   if (!scan.error.empty()) {
     return DecodeOutcome{scan.error};
@@ -156,6 +157,7 @@ DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle, bool keep_pi
   state.limits = Limits::None();
   state.skip_idle = skip_idle;
   state.keep_pixels = keep_pixels;
+  state.threads = threads;
   RawLayer layer;
   std::wstring error;
   try {

@@ -25,7 +25,8 @@ uint64_t HashPixels(const uint16_t* pixels, uint64_t count);
 
 // The library's decode of a file held in memory, with no limits. `skip_idle` and `keep_pixels`
 // as in DecodeState; without pixels kept the hash is 0.
-DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle = true, bool keep_pixels = true);
+DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle = true, bool keep_pixels = true,
+                                bool threads = false);
 
 // The same file with the baseline scan decoded by the literal reference: one MCU at a time
 // through DecodeSymbol and ReceiveBits, every block cleared and decoded in full. Frames of
