@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <system_error>
+#include <thread>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -856,22 +858,47 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
   }
   for (int64_t r = 0; r < rows; ++r) {
     ApplyPending(state, layout, store, r);
-    const int16_t* block = store.coefficients + r * static_cast<int64_t>(row_blocks) * 64;
-    float* sample = samples.get();
-    for (int64_t m = 0; m < state.mcus_across; ++m) {
-      for (int32_t b = 0; b < layout.blocks_per_mcu; ++b) {
-        InverseDCT(block, sample, *block_tables[b]);
-        block += 64;
-        sample += 64;
+  }
+  // Rows [first, last) transformed and converted with their own samples and row buffer.
+  auto finish_rows = [&](int64_t first, int64_t last, float* own_samples, uint16_t* own_rows) {
+    for (int64_t r = first; r < last; ++r) {
+      const int16_t* block = store.coefficients + r * static_cast<int64_t>(row_blocks) * 64;
+      float* sample = own_samples;
+      for (int64_t m = 0; m < state.mcus_across; ++m) {
+        for (int32_t b = 0; b < layout.blocks_per_mcu; ++b) {
+          InverseDCT(block, sample, *block_tables[b]);
+          block += 64;
+          sample += 64;
+        }
+      }
+      const auto y = static_cast<uint32_t>(r * state.mcu_height);
+      if (state.keep_pixels) {
+        ConvertMcuRow(state, layer, y, own_samples);
+      } else {
+        ConvertMcuRowInto(state, own_rows, y, own_samples);
       }
     }
-    const auto y = static_cast<uint32_t>(r * state.mcu_height);
-    if (state.keep_pixels) {
-      ConvertMcuRow(state, layer, y, samples.get());
-    } else {
-      ConvertMcuRowInto(state, row_buffer.get(), y, samples.get());
+  };
+  // The rows are independent: with threads allowed, a second thread takes the lower half.
+  if (state.threads && rows >= 16 && std::thread::hardware_concurrency() >= 2) {
+    std::unique_ptr<float[]> lower_samples(AllocateArray<float>(row_blocks * 64));
+    std::unique_ptr<uint16_t[]> lower_rows;
+    if (!state.keep_pixels) {
+      lower_rows.reset(AllocateArray<uint16_t>(pixel_count * 4));
     }
+    const int64_t half = rows / 2;
+    std::thread lower;
+    try {
+      lower = std::thread([&]() { finish_rows(half, rows, lower_samples.get(), lower_rows.get()); });
+    } catch (const std::system_error&) {
+      finish_rows(0, rows, samples.get(), row_buffer.get());  // no thread to be had: one does all
+      return;
+    }
+    finish_rows(0, half, samples.get(), row_buffer.get());
+    lower.join();
+    return;
   }
+  finish_rows(0, rows, samples.get(), row_buffer.get());
 }
 
 void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader) {

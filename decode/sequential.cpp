@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "base/raw_layer.h"
@@ -418,28 +419,38 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
     return true;
   };
 
-  if (!two_threads) {
+  // One thread: each row decoded into the first slot, then transformed and converted.
+  auto one_thread = [&]() {
     for (int32_t r = 0; r < state.mcus_down; ++r) {
       if (!decode_row(r, 0)) {
         break;
       }
       finish_row(r, 0);
     }
+  };
+  if (!two_threads) {
+    one_thread();
     return;
   }
 
   // Two threads: this one decodes rows into the ring, the other transforms and converts them in
   // order. Rows are handed over whole; the pixels are those one thread would give.
   RowPipeline pipe;
-  std::thread transformer([&]() {
-    for (int32_t r = 0;; ++r) {
-      if (!pipe.WaitForRow(r)) {
-        return;
+  std::thread transformer;
+  try {
+    transformer = std::thread([&]() {
+      for (int32_t r = 0;; ++r) {
+        if (!pipe.WaitForRow(r)) {
+          return;
+        }
+        finish_row(r, r % ring);
+        pipe.Finished(r);
       }
-      finish_row(r, r % ring);
-      pipe.Finished(r);
-    }
-  });
+    });
+  } catch (const std::system_error&) {
+    one_thread();  // no thread to be had: this one does all
+    return;
+  }
   try {
     for (int32_t r = 0; r < state.mcus_down; ++r) {
       pipe.WaitForSlot(r, ring);
