@@ -31,13 +31,14 @@ using corvi::bench::Seconds;
 constexpr double kTargetSeconds = 1.5;
 
 // One decode into a fresh state and layer. With `keep_pixels` the whole RGBA layer is returned,
-// as a library caller gets it; without, each MCU row goes through a reused buffer, as the tool
-// decodes. Returns the error text, or empty.
+// as a library caller gets it, on one thread; without, each MCU row goes through a reused buffer
+// with a second thread, as the tool decodes. Returns the error text, or empty.
 std::string CorviDecode(const corvi::MarkerList& markers, uint32_t& width, uint32_t& height,
                         bool keep_pixels = true) {
   try {
     corvi::DecodeState state;
     state.keep_pixels = keep_pixels;
+    state.threads = !keep_pixels;  // the tool's decode uses a second thread
     corvi::RawLayer layer;
     corvi::DecodeImage(markers, state, layer, false);
     if (keep_pixels && layer.pixels == nullptr) {
