@@ -376,9 +376,8 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
   // and also once a whole MCU decoded at a data stop consumed nothing: the next one starts from
   // the same bits with the same tables and does the same.
   bool idle = false;
-  // Decodes row `r` into ring slot `slot`; false when the frame is done early.
-  auto decode_row = [&](int32_t r, int32_t slot) {
-    static_cast<void>(r);
+  // Decodes the next row into ring slot `slot`; false when the frame is done early.
+  auto decode_row = [&](int32_t slot) {
     idle = idle || (skip && Exhausted(reader));
     // Without pixels to keep, flat blocks change nothing: once no restart can find more data
     // (none are coming, or the cursor stands at the end), the frame is done.
@@ -422,7 +421,7 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
   // One thread: each row decoded into the first slot, then transformed and converted.
   auto one_thread = [&]() {
     for (int32_t r = 0; r < state.mcus_down; ++r) {
-      if (!decode_row(r, 0)) {
+      if (!decode_row(0)) {
         break;
       }
       finish_row(r, 0);
@@ -454,7 +453,7 @@ void DecodeSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, 
   try {
     for (int32_t r = 0; r < state.mcus_down; ++r) {
       pipe.WaitForSlot(r, ring);
-      if (!decode_row(r, r % ring)) {
+      if (!decode_row(r % ring)) {
         break;
       }
       pipe.Publish(r);
