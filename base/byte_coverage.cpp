@@ -27,7 +27,9 @@ auto FindHolder(Ranges& ranges, int64_t offset, int64_t end) {
 
 RangeList::RangeList() : items(new ByteRange[4]), capacity(4) {}
 
-RangeList::~RangeList() { delete[] items; }
+RangeList::~RangeList() {
+  delete[] items;
+}
 
 void RangeList::Reserve(uint32_t needed) {
   if (needed <= capacity) {
@@ -123,8 +125,12 @@ void ByteCoverage::PushRangeAt(int64_t offset, int32_t length) {
   limits.items[limits.count++] = {static_cast<int32_t>(start), static_cast<int32_t>(stop)};
 }
 
-void ByteCoverage::PopRange() { --limits.count; }
+void ByteCoverage::PopRange() {
+  --limits.count;
+}
 
-uint32_t ByteCoverage::LeftCount() const { return left; }
+uint32_t ByteCoverage::LeftCount() const {
+  return left;
+}
 
 }  // namespace corvi

@@ -177,10 +177,14 @@ void YCbCrToPixel(float y, float cb, float cr, uint16_t* pixel) {
   Pixel(y, cb, cr, pixel);
 }
 
-const McuConverters& ScalarConverters() { return kScalarConverters; }
+const McuConverters& ScalarConverters() {
+  return kScalarConverters;
+}
 
 #if defined(__SSE2__)
-const McuConverters& Sse2Converters() { return kSse2Converters; }
+const McuConverters& Sse2Converters() {
+  return kSse2Converters;
+}
 #endif
 
 void ConvertMcu1x1(const float* blocks, uint16_t* pixels, uint32_t stride) {
@@ -206,8 +210,7 @@ void ConvertMcuRow(const DecodeState& state, RawLayer& layer, uint32_t y, const 
   ConvertMcuRowInto(state, layer.pixels + uint64_t{y} * state.width * 4, y, samples);
 }
 
-void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y,
-                       const float* samples) {
+void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y, const float* samples) {
   if (state.sampling_mode < 1 || state.sampling_mode > 5) {
     return;
   }

@@ -39,7 +39,6 @@ bool ColourAvx2Built();
 void ConvertMcuRow(const DecodeState& state, RawLayer& layer, uint32_t y, const float* samples);
 // The same into `rows`, the first of the MCU row's lines, `state.width` pixels apart: the layer's
 // pixels at line `y`, or a buffer of one MCU row.
-void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y,
-                       const float* samples);
+void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y, const float* samples);
 
 }  // namespace corvi

@@ -29,10 +29,10 @@ inline void Store8(__m128i red, __m128i green, __m128i blue, uint16_t* out) {
   const __m128i rg_high = _mm_unpackhi_epi16(red, green);
   const __m128i ba_low = _mm_unpacklo_epi16(blue, alpha);
   const __m128i ba_high = _mm_unpackhi_epi16(blue, alpha);
-  const __m256i first = _mm256_set_m128i(_mm_unpackhi_epi32(rg_low, ba_low),
-                                         _mm_unpacklo_epi32(rg_low, ba_low));
-  const __m256i second = _mm256_set_m128i(_mm_unpackhi_epi32(rg_high, ba_high),
-                                          _mm_unpacklo_epi32(rg_high, ba_high));
+  const __m256i first =
+      _mm256_set_m128i(_mm_unpackhi_epi32(rg_low, ba_low), _mm_unpacklo_epi32(rg_low, ba_low));
+  const __m256i second =
+      _mm256_set_m128i(_mm_unpackhi_epi32(rg_high, ba_high), _mm_unpacklo_epi32(rg_high, ba_high));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), first);
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(out) + 1, second);
 }
@@ -56,10 +56,10 @@ struct Avx2Form {
         _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(cr, _mm256_set1_ps(362.2283f)), t), offset);
     const __m256 blue =
         _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(cb, _mm256_set1_ps(457.3386f)), t), offset);
-    const __m256 green = _mm256_add_ps(
-        _mm256_sub_ps(_mm256_sub_ps(t, _mm256_mul_ps(cb, _mm256_set1_ps(87.57424f))),
-                      _mm256_mul_ps(cr, _mm256_set1_ps(183.4464f))),
-        offset);
+    const __m256 green =
+        _mm256_add_ps(_mm256_sub_ps(_mm256_sub_ps(t, _mm256_mul_ps(cb, _mm256_set1_ps(87.57424f))),
+                                    _mm256_mul_ps(cr, _mm256_set1_ps(183.4464f))),
+                      offset);
     Store8(Pack8(Channels8(red)), Pack8(Channels8(green)), Pack8(Channels8(blue)), out);
   }
 
@@ -75,16 +75,24 @@ constexpr McuConverters kAvx2Converters = ConvertersOf<Avx2Form>();
 
 }  // namespace
 
-bool ColourAvx2Built() { return true; }
-const McuConverters& Avx2Converters() { return kAvx2Converters; }
+bool ColourAvx2Built() {
+  return true;
+}
+const McuConverters& Avx2Converters() {
+  return kAvx2Converters;
+}
 
 }  // namespace corvi
 
 #else
 
 namespace corvi {
-bool ColourAvx2Built() { return false; }
-const McuConverters& Avx2Converters() { return ScalarConverters(); }
+bool ColourAvx2Built() {
+  return false;
+}
+const McuConverters& Avx2Converters() {
+  return ScalarConverters();
+}
 }  // namespace corvi
 
 #endif

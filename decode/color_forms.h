@@ -71,7 +71,8 @@ void McuGray(const float* blocks, uint16_t* pixels, uint32_t stride) {
 
 template <class Form>
 constexpr McuConverters ConvertersOf() {
-  return McuConverters{{&Mcu1x1<Form>, &Mcu1x2<Form>, &Mcu2x1<Form>, &Mcu2x2<Form>, &McuGray<Form>}};
+  return McuConverters{
+      {&Mcu1x1<Form>, &Mcu1x2<Form>, &Mcu2x1<Form>, &Mcu2x2<Form>, &McuGray<Form>}};
 }
 
 }  // namespace corvi

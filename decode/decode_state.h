@@ -19,8 +19,8 @@ struct QuantTable {
 
 // One colour component of the frame and of the latest scan.
 struct ComponentInfo {
-  int32_t h = 1;  // Hi
-  int32_t v = 1;  // Vi
+  int32_t h = 1;            // Hi
+  int32_t v = 1;            // Vi
   int32_t quant_index = 0;  // Tqi
   int32_t dc_index = 0;     // Tdj; -1 after an SOS that does not name the component
   int32_t ac_index = 0;     // Taj; -1 likewise

@@ -51,7 +51,7 @@ inline void RefillBits(const uint8_t*& cursor, const uint8_t* end, uint32_t& bit
     word = __builtin_bswap32(word);
     const uint32_t inverted = ~word;
     if (((inverted - 0x01010101u) & ~inverted & 0x80808080u) == 0) {
-      const uint32_t taken = (32 - bit_count) >> 3;  // 1 to 4 bytes
+      const uint32_t taken = (32 - bit_count) >> 3;   // 1 to 4 bytes
       const uint32_t filled = bit_count + 8 * taken;  // 25 to 32 bits
       const uint32_t keep = filled == 32 ? 0xFFFFFFFFu : ~(0xFFFFFFFFu >> filled);
       bits |= (word >> bit_count) & keep;

@@ -199,7 +199,8 @@ void InverseDCTSse2(const int16_t* coefficients, float* samples, const QuantTabl
   // A block with only a DC coefficient: the column pass gives m = DC × q[0] in column 0 and +0
   // elsewhere (a zero coefficient times a table value, which is never negative), and each output
   // of the row pass is m with zeros added or subtracted, which is m again. Not so for m = -0 (a
-  // negative DC times a zero table value), where some sums turn it into +0: that takes the long way.
+  // negative DC times a zero table value), where some sums turn it into +0: that takes the long
+  // way.
   if (q[0] != 0.0f) {
     const __m128i* rows = reinterpret_cast<const __m128i*>(coefficients);
     const __m128i not_dc = _mm_set_epi16(-1, -1, -1, -1, -1, -1, -1, 0);

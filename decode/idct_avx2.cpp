@@ -78,7 +78,9 @@ inline void Transpose8(__m256* r) {
 
 }  // namespace
 
-bool InverseDCTAvx2Built() { return true; }
+bool InverseDCTAvx2Built() {
+  return true;
+}
 
 void InverseDCTAvx2(const int16_t* coefficients, float* samples, const QuantTable& table) {
   const float* q = table.values;
@@ -106,11 +108,12 @@ void InverseDCTAvx2(const int16_t* coefficients, float* samples, const QuantTabl
     if (k != 0) {
       any = _mm_or_si128(any, row);
     }
-    d[k] = _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(row)), _mm256_loadu_ps(q + 8 * k));
+    d[k] =
+        _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(row)), _mm256_loadu_ps(q + 8 * k));
   }
   // All ones in the columns whose rows 1 to 7 are zero: those copy the dequantised DC down.
-  const __m256 dc_only = _mm256_castsi256_ps(
-      _mm256_cvtepi16_epi32(_mm_cmpeq_epi16(any, _mm_setzero_si128())));
+  const __m256 dc_only =
+      _mm256_castsi256_ps(_mm256_cvtepi16_epi32(_mm_cmpeq_epi16(any, _mm_setzero_si128())));
   __m256 w[8];
   Step8x8(d, w);
   for (int k = 0; k < 8; ++k) {
@@ -131,7 +134,9 @@ void InverseDCTAvx2(const int16_t* coefficients, float* samples, const QuantTabl
 #else
 
 namespace corvi {
-bool InverseDCTAvx2Built() { return false; }
+bool InverseDCTAvx2Built() {
+  return false;
+}
 void InverseDCTAvx2(const int16_t* coefficients, float* samples, const QuantTable& table) {
   InverseDCTScalar(coefficients, samples, table);
 }

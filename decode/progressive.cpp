@@ -20,8 +20,8 @@
 #include "decode/huffman.h"
 #include "decode/idct.h"
 #include "decode/sequential.h"
-#include "platform/system_info.h"
 #include "jpeg/markers.h"
+#include "platform/system_info.h"
 
 namespace corvi {
 namespace {
@@ -73,10 +73,10 @@ BlockLayout PlannedLayout(const DecodeState& state) {
 // The band and bit position of the current scan, clamped so that no index leaves a block even
 // if the state was set by other means than SOS Apply, which refuses such values.
 struct ScanBand {
-  int32_t start;      // Ss
-  int32_t end;        // Se
-  int32_t high;       // Ah
-  uint32_t low;       // Al
+  int32_t start;  // Ss
+  int32_t end;    // Se
+  int32_t high;   // Ah
+  uint32_t low;   // Al
 };
 
 ScanBand BandOf(const DecodeState& state) {
@@ -88,14 +88,15 @@ ScanBand BandOf(const DecodeState& state) {
   return band;
 }
 
-inline int16_t Low16(uint32_t value) { return static_cast<int16_t>(static_cast<uint16_t>(value)); }
+inline int16_t Low16(uint32_t value) {
+  return static_cast<int16_t>(static_cast<uint16_t>(value));
+}
 
 // T.81 G.1.2: one block's part of a scan. DC first scan (G.1.2.1), DC refinement (G.1.2.1),
 // AC first scan (G.1.2.2) and AC refinement (G.1.2.3), in one loop so that a band from 0 past
 // 0 goes on from DC to AC in the same block.
 inline void DecodeBlock(const ScanBand& band, int16_t* block, BitReader& reader,
-                        const ComponentInfo& component, int32_t& dc_predictor,
-                        uint32_t& eob_run) {
+                        const ComponentInfo& component, int32_t& dc_predictor, uint32_t& eob_run) {
   const int32_t end = band.end;
   const uint32_t low = band.low;
   const bool refine = band.high != 0;
@@ -425,7 +426,6 @@ struct RestartCounter {
   }
 };
 
-
 // What exhausted data does to the rest of a scan, or nothing when the full walk must decide: a
 // block that would throw for a missing table is not passed over.
 struct IdleScan {
@@ -671,8 +671,8 @@ void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const 
 // A single-component scan codes the blocks that the component's own size needs (T.81 A.2.2):
 // the leading min(MCUs × factor, ceil(size / 8)) block columns and rows.
 template <BlockKind kind>
-void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout,
-                         const ScanBand& band, CoefficientStore& store, BitReader& shared_reader) {
+void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout, const ScanBand& band,
+                         CoefficientStore& store, BitReader& shared_reader) {
   int32_t slot = 0;
   while (slot < 4 && (state.components[slot] == nullptr || !state.components[slot]->in_scan)) {
     ++slot;
@@ -812,8 +812,10 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
 
   // Refuse a frame whose buffers cannot all be had before taking any of them: the whole
   // image's coefficients, the pixels (or one MCU row of them) and one MCU row of samples.
-  const uint64_t block_count = uint64_t(uint32_t(state.mcu_count)) * uint32_t(layout.blocks_per_mcu);
-  const uint64_t row_blocks = uint64_t(uint32_t(state.mcus_across)) * uint32_t(layout.blocks_per_mcu);
+  const uint64_t block_count =
+      uint64_t(uint32_t(state.mcu_count)) * uint32_t(layout.blocks_per_mcu);
+  const uint64_t row_blocks =
+      uint64_t(uint32_t(state.mcus_across)) * uint32_t(layout.blocks_per_mcu);
   const uint64_t rows_kept = state.keep_pixels ? layer.height : uint64_t(state.mcu_height);
   const uint64_t pixel_count = uint64_t{layer.width} * rows_kept;
   const uint64_t store_bytes = block_count * 64 * sizeof(int16_t);
@@ -889,7 +891,8 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
     const int64_t half = rows / 2;
     std::thread lower;
     try {
-      lower = std::thread([&]() { finish_rows(half, rows, lower_samples.get(), lower_rows.get()); });
+      lower =
+          std::thread([&]() { finish_rows(half, rows, lower_samples.get(), lower_rows.get()); });
     } catch (const std::system_error&) {
       finish_rows(0, rows, samples.get(), row_buffer.get());  // no thread to be had: one does all
       return;

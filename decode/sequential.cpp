@@ -1,8 +1,8 @@
 // Baseline (sequential Huffman) scan decoding, one MCU row at a time.
 #include "decode/sequential.h"
 
-#include <cstring>
 #include <condition_variable>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <system_error>

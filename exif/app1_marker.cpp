@@ -117,8 +117,7 @@ void DecodeXmp(const uint8_t* payload, int32_t length, wchar_t* text) {
 // list of its own; null when there is none or its scan failed. Its range is tested against the
 // enclosing limit (the file, or an enclosing thumbnail) and what has been claimed so far; that
 // test is the only bound on the stored offset and length.
-std::unique_ptr<MarkerList> ScanThumbnail(const TIFFDirectory& directory,
-                                          ByteCoverage& coverage) {
+std::unique_ptr<MarkerList> ScanThumbnail(const TIFFDirectory& directory, ByteCoverage& coverage) {
   const auto* offset_entry = dynamic_cast<const ThumbnailOffset*>(directory.Find(0x201));
   const auto* length_entry = dynamic_cast<const ThumbnailLength*>(directory.Find(0x202));
   if (offset_entry == nullptr || length_entry == nullptr || length_entry->length < 2) {

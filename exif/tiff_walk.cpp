@@ -38,7 +38,7 @@ struct Descent {
   TIFFDirectory* sub = nullptr;  // null: nothing to walk
   int64_t offset = 0;            // from the TIFF header
   uint32_t tag = 0;
-  bool note = false;             // a maker note: guarded, tagged with `tag_space` afterwards
+  bool note = false;  // a maker note: guarded, tagged with `tag_space` afterwards
   bool follow_next = true;
   uint32_t tag_space = 0;
 };
@@ -62,9 +62,8 @@ Descent HandleMakerNote(TIFFDirectory& directory, ByteCoverage& coverage, const 
   }
   if (make->count >= 5 && std::memcmp(make->value, "SONY", 5) == 0) {
     const int64_t head = coverage.OffsetOf(base) + e.value_offset;
-    if (!coverage.IsUnidentifiedAt(head, 12) ||
-        (std::memcmp(e.value, kSonyCamHead, 12) != 0 &&
-         std::memcmp(e.value, kSonyDscHead, 12) != 0)) {
+    if (!coverage.IsUnidentifiedAt(head, 12) || (std::memcmp(e.value, kSonyCamHead, 12) != 0 &&
+                                                 std::memcmp(e.value, kSonyDscHead, 12) != 0)) {
       directory.Append(PlainEntry(e));
       return d;
     }
@@ -145,8 +144,8 @@ Descent HandleMakerNote(TIFFDirectory& directory, ByteCoverage& coverage, const 
       if (sub_offset < lowest) {
         lowest = sub_offset;
       }
-      auto nested = std::make_unique<TIFFNestedDir>(ifd, tag, type, count, e.value,
-                                                    new TIFFDirectory(order));
+      auto nested =
+          std::make_unique<TIFFNestedDir>(ifd, tag, type, count, e.value, new TIFFDirectory(order));
       Descent d{nested->directory, sub_offset, tag, false, true, 0};
       directory.Append(std::move(nested));  // before the walk: it keeps its place on failure
       return d;
@@ -173,18 +172,19 @@ void Walk(TIFFDirectory& directory, ByteCoverage& coverage, const uint8_t* base,
   struct Frame {
     TIFFDirectory* directory;
     int64_t pos;
-    int64_t lowest;      // the lowest offset this directory points at
+    int64_t lowest;  // the lowest offset this directory points at
     uint32_t ifd;
     uint32_t remaining;  // entries of the current directory still to read
     bool follow_next;
-    bool in_entries;     // the count has been read
+    bool in_entries;  // the count has been read
     Kind kind;
     uint32_t tag;        // of the entry that opened the directory
     uint32_t tag_space;  // a note's tag space, ORed into its entries when its walk ends
   };
   const int64_t origin = coverage.OffsetOf(base);
   std::vector<Frame> stack;
-  stack.push_back(Frame{&directory, offset, 0x7FFFFFFF, 0, 0, follow_next, false, Kind::kRoot, 0, 0});
+  stack.push_back(
+      Frame{&directory, offset, 0x7FFFFFFF, 0, 0, follow_next, false, Kind::kRoot, 0, 0});
   // Ends the directory on top: a GPS directory and a note get their tag spaces.
   auto finish = [&stack]() {
     const Frame done = stack.back();
@@ -217,8 +217,7 @@ void Walk(TIFFDirectory& directory, ByteCoverage& coverage, const uint8_t* base,
           CheckLimit(L"Directories nested too deep", stack.size(), coverage.max_directory_depth);
           // `f` may move with the stack's storage; it is not used again in this pass.
           stack.push_back(Frame{d.sub, d.offset, 0x7FFFFFFF, 0, 0, d.note ? d.follow_next : true,
-                                false, d.note ? Kind::kNote : Kind::kNested, d.tag,
-                                d.tag_space});
+                                false, d.note ? Kind::kNote : Kind::kNested, d.tag, d.tag_space});
         }
         continue;
       }

@@ -15,7 +15,9 @@
 namespace corvi {
 namespace {
 
-bool IsEOIPair(const uint8_t* p) { return p[0] == 0xFF && p[1] == 0xD9; }
+bool IsEOIPair(const uint8_t* p) {
+  return p[0] == 0xFF && p[1] == 0xD9;
+}
 
 // The last 0xFF in [p, p + count); null if there is none.
 const uint8_t* FindLastFF(const uint8_t* p, size_t count) {

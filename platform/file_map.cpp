@@ -106,8 +106,12 @@ const uint8_t* PlatformMapView(void* mapping, uint32_t /*length*/) {
 
 void PlatformUnmapView(const uint8_t* /*view*/) {}
 
-void PlatformCloseMapping(void* mapping, uint32_t length) { munmap(mapping, length); }
+void PlatformCloseMapping(void* mapping, uint32_t length) {
+  munmap(mapping, length);
+}
 
-void PlatformCloseFile(int file) { close(file); }
+void PlatformCloseFile(int file) {
+  close(file);
+}
 
 }  // namespace corvi

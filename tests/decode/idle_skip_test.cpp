@@ -18,7 +18,9 @@ namespace {
 using test::Bytes;
 using test::DecodeOutcome;
 
-std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
+std::string Narrow(const std::wstring& text) {
+  return std::string(text.begin(), text.end());
+}
 
 // Where the first SOS's payload ends: the entropy-coded data starts behind it.
 size_t EntropyStart(const Bytes& file) {
@@ -58,8 +60,8 @@ std::vector<std::pair<size_t, size_t>> ScanRanges(const Bytes& file) {
 }
 
 // Variants of a file: each scan's data cut short with the segments behind it kept (the scan
-// runs dry at the next marker, the later scans decode as usual), the file cut at many points (an EOI put behind the cut), a byte turned into a
-// restart marker, a run of bytes zeroed.
+// runs dry at the next marker, the later scans decode as usual), the file cut at many points (an
+// EOI put behind the cut), a byte turned into a restart marker, a run of bytes zeroed.
 std::vector<Bytes> Variants(const Bytes& file) {
   std::vector<Bytes> variants;
   for (const auto& [scan_start, scan_end] : ScanRanges(file)) {

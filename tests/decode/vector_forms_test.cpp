@@ -60,10 +60,10 @@ TEST(VectorForms, InverseDCTFormsEqualThePlainForm) {
     int16_t block[64] = {};
     const uint32_t block_kind = (iteration / 4) % 5;
     for (int i = 0; i < 64; ++i) {
-      const bool set = block_kind == 0   ? i == 0                          // DC only
-                       : block_kind == 1 ? random.Next() % 16 == 0         // sparse
+      const bool set = block_kind == 0   ? i == 0                                 // DC only
+                       : block_kind == 1 ? random.Next() % 16 == 0                // sparse
                        : block_kind == 2 ? i % 8 == 0 || random.Next() % 32 == 0  // columns
-                                         : true;                           // dense
+                                         : true;                                  // dense
       if (set) {
         block[i] = block_kind == 4 ? static_cast<int16_t>(random.Next() % 2 ? 32767 : -32768)
                                    : static_cast<int16_t>(random.Next() % 4096) - 2048;

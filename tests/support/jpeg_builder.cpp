@@ -12,8 +12,12 @@
 
 namespace corvi::test {
 
-JpegBuilder& JpegBuilder::Soi() { return Raw({0xFF, 0xD8}); }
-JpegBuilder& JpegBuilder::Eoi() { return Raw({0xFF, 0xD9}); }
+JpegBuilder& JpegBuilder::Soi() {
+  return Raw({0xFF, 0xD8});
+}
+JpegBuilder& JpegBuilder::Eoi() {
+  return Raw({0xFF, 0xD9});
+}
 
 JpegBuilder& JpegBuilder::Raw(std::initializer_list<uint8_t> bytes) {
   data.insert(data.end(), bytes.begin(), bytes.end());
@@ -118,7 +122,8 @@ Bytes TinyGrayJpeg() {
 
 ScanResult ScanBytes(const Bytes& bytes, const Limits& limits) {
   ScanResult result;
-  result.coverage = std::make_unique<ByteCoverage>(bytes.data(), static_cast<int32_t>(bytes.size()));
+  result.coverage =
+      std::make_unique<ByteCoverage>(bytes.data(), static_cast<int32_t>(bytes.size()));
   result.coverage->max_thumbnail_depth = limits.max_thumbnail_depth;
   result.coverage->max_directory_depth = limits.max_directory_depth;
   result.markers = std::make_unique<MarkerList>();
@@ -145,7 +150,8 @@ std::string MakeTempDir() {
 std::string WriteTempFile(const std::string& name, const Bytes& bytes) {
   std::string path = MakeTempDir() + "/" + name;
   std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
   return path;
 }
 
@@ -162,6 +168,8 @@ std::string CorpusPath(const std::string& name) {
 #endif
 }
 
-bool CorpusAvailable() { return access(CorpusPath("SOURCES.md").c_str(), R_OK) == 0; }
+bool CorpusAvailable() {
+  return access(CorpusPath("SOURCES.md").c_str(), R_OK) == 0;
+}
 
 }  // namespace corvi::test

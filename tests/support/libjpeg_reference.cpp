@@ -102,8 +102,8 @@ Bytes EncodeWithLibjpeg(const EncodeRequest& request) {
     for (uint32_t x = 0; x < request.width; ++x) {
       for (int c = 0; c < components; ++c) {
         // Smooth gradients with some texture, so that every band has coefficients.
-        row[x * components + c] = static_cast<uint8_t>((x * (3 + c) + y * (5 - c) +
-                                                         ((x * y) % 7) * 9) & 0xFF);
+        row[x * components + c] =
+            static_cast<uint8_t>((x * (3 + c) + y * (5 - c) + ((x * y) % 7) * 9) & 0xFF);
       }
     }
     JSAMPROW rows[1] = {row.data()};
@@ -125,7 +125,9 @@ void DecodeWithLibjpeg(const Bytes&, Reference& out) {
   out.ok = false;
 }
 
-Bytes EncodeWithLibjpeg(const EncodeRequest&) { return {}; }
+Bytes EncodeWithLibjpeg(const EncodeRequest&) {
+  return {};
+}
 
 #endif
 

@@ -72,8 +72,7 @@ int16_t* LiteralMcu(const DecodeState& state, int16_t* out, BitReader& reader,
   return out;
 }
 
-void LiteralSequential(DecodeState& state, RawLayer& layer, const uint8_t* data,
-                       int32_t length) {
+void LiteralSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, int32_t length) {
   layer.AllocatePixels();
   for (QuantTable* table : state.quant_tables) {
     if (table != nullptr) {
@@ -183,8 +182,7 @@ DecodeOutcome DecodeLiterally(const Bytes& bytes) {
     if (state.frame_mode != 0xC0 || state.width == 0 || state.height == 0) {
       return DecodeWithLibrary(bytes);
     }
-    LiteralSequential(state, layer, scan.markers->compressed_data,
-                      scan.markers->compressed_length);
+    LiteralSequential(state, layer, scan.markers->compressed_data, scan.markers->compressed_length);
   } catch (const RawLayerException& e) {
     error = e.message;
   }
