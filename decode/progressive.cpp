@@ -19,6 +19,7 @@
 #include "decode/decode_state.h"
 #include "decode/huffman.h"
 #include "decode/idct.h"
+#include "decode/scan_threads.h"
 #include "decode/sequential.h"
 #include "jpeg/markers.h"
 #include "platform/system_info.h"
@@ -904,7 +905,59 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
   finish_rows(0, rows, samples.get(), row_buffer.get());
 }
 
+int64_t WalkToNextScan(DecodeState& state, RawLayer& layer, const uint8_t* base,
+                       int32_t remaining) {
+  // The walk claims each byte once, which bounds it by the data.
+  ByteCoverage coverage(base, remaining);
+  int64_t position = 0;
+  for (;;) {
+    // Zero bytes, and stuffed FF 00 pairs, before a marker are passed over.
+    coverage.IdentifyAt(position, 1);
+    const uint8_t prefix = base[position++];
+    if (prefix == 0) {
+      continue;
+    }
+    if (prefix != 0xFF) {
+      throw RawLayerException(L"Missing marker prefix");
+    }
+    coverage.IdentifyAt(position, 1);
+    const uint8_t code = base[position++];
+    if (code == 0) {
+      continue;
+    }
+    // The length is claimed before the code is judged, also for a segment to be refused.
+    coverage.IdentifyAt(position, 2);
+    const int32_t length = ReadBig16(base + position) - 2;
+    position += 2;
+    const uint8_t* payload = base + position;  // inside the data: its length was claimed
+    if (code == 0xC4) {
+      DHTMarker marker(code, length, payload);
+      marker.Parse(coverage);
+      marker.Apply(state, layer, false);  // replaces tables for the scans to come
+    } else if (code == 0xDD) {
+      if (length != 2) {
+        throw RawLayerException(L"DRI header is wrong size");
+      }
+      coverage.IdentifyAt(position, 2);
+      state.restart_interval = ReadBig16(payload);
+    } else if (code == 0xDA) {
+      SOSMarker marker(code, length, payload);
+      marker.Parse(coverage);
+      marker.Apply(state, layer, false);
+    } else {
+      throw RawLayerException(L"Unexpected JPEG marker between scans");
+    }
+    position += length;
+    if (code == 0xDA) {
+      return position;
+    }
+  }
+}
+
 void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader) {
+  if (state.threads && DecodeScansOnTwoThreads(state, layer, store, reader)) {
+    return;
+  }
   uint64_t scan_count = 0;
   while (reader.cursor < reader.end) {
     CheckLimit(L"Too many scans", ++scan_count, state.limits.max_scans);
@@ -912,60 +965,15 @@ void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, B
     if (reader.cursor >= reader.end) {
       return;  // the range stops at the end-of-image marker
     }
-    // The walk to the next SOS claims each byte once, which bounds it by the data.
     const auto remaining = static_cast<int32_t>(reader.end - reader.cursor);
-    ByteCoverage coverage(reader.cursor, remaining);
-    const uint8_t* base = reader.cursor;
-    int64_t position = 0;
-    for (;;) {
-      // Zero bytes, and stuffed FF 00 pairs, before a marker are passed over.
-      coverage.IdentifyAt(position, 1);
-      const uint8_t prefix = base[position++];
-      if (prefix == 0) {
-        continue;
-      }
-      if (prefix != 0xFF) {
-        throw RawLayerException(L"Missing marker prefix");
-      }
-      coverage.IdentifyAt(position, 1);
-      const uint8_t code = base[position++];
-      if (code == 0) {
-        continue;
-      }
-      // The length is claimed before the code is judged, also for a segment to be refused.
-      coverage.IdentifyAt(position, 2);
-      const int32_t length = ReadBig16(base + position) - 2;
-      position += 2;
-      const uint8_t* payload = base + position;  // inside the data: its length was claimed
-      if (code == 0xC4) {
-        DHTMarker marker(code, length, payload);
-        marker.Parse(coverage);
-        marker.Apply(state, layer, false);  // replaces tables for the scans to come
-      } else if (code == 0xDD) {
-        if (length != 2) {
-          throw RawLayerException(L"DRI header is wrong size");
-        }
-        coverage.IdentifyAt(position, 2);
-        state.restart_interval = ReadBig16(payload);
-      } else if (code == 0xDA) {
-        SOSMarker marker(code, length, payload);
-        marker.Parse(coverage);
-        marker.Apply(state, layer, false);
-      } else {
-        throw RawLayerException(L"Unexpected JPEG marker between scans");
-      }
-      position += length;
-      if (code == 0xDA) {
-        break;
-      }
-    }
+    const int64_t position = WalkToNextScan(state, layer, reader.cursor, remaining);
     reader.Clear();
     // A length that reaches past the data leaves the next scan nothing to read.
-    reader.cursor = position < remaining ? base + position : reader.end;
+    reader.cursor = position < remaining ? reader.cursor + position : reader.end;
   }
 }
 
-void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader) {
+void BindScanTables(DecodeState& state) {
   // A component that the frame lacks has no blocks in the store: refuse the scan rather than
   // guess where its data belongs.
   for (ComponentInfo* c : state.components) {
@@ -978,6 +986,10 @@ void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader) 
     c->dc_table = c->dc_index >= 0 && c->dc_index <= 3 ? state.dc_tables[c->dc_index] : nullptr;
     c->ac_table = c->ac_index >= 0 && c->ac_index <= 3 ? state.ac_tables[c->ac_index] : nullptr;
   }
+}
+
+void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader) {
+  BindScanTables(state);
   const BlockLayout layout = PlannedLayout(state);
   const ScanBand band = BandOf(state);
   switch (KindOf(band)) {

@@ -38,6 +38,16 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
 // limit allows are refused with "Too many scans (N, limit L)".
 void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader);
 
+// Applies the DHT, DRI and SOS segments from `base` (the first byte behind a scan's data) up to
+// and including the next SOS, passing zero bytes and stuffed FF 00 pairs before each marker.
+// Returns the offset behind that SOS, at or past `remaining` when its length reaches past the
+// data. Throws for any other marker or byte.
+int64_t WalkToNextScan(DecodeState& state, RawLayer& layer, const uint8_t* base, int32_t remaining);
+
+// Binds the Huffman tables of the latest SOS to its components; throws "Scan component is not
+// part of the frame" for a component without a quantisation table.
+void BindScanTables(DecodeState& state);
+
 // Decodes one scan with the parameters of the latest SOS. The block layout is that of the
 // components with a bound quantisation table (the planned frame); a scan naming any other
 // component throws "Scan component is not part of the frame".

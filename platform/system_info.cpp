@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstring>
 
 namespace corvi {
 
@@ -33,6 +34,27 @@ void AdviseHugePages(void* block, uint64_t bytes) {
   (void)block;
   (void)bytes;
 #endif
+}
+
+void ZeroMemory(void* block, uint64_t bytes) {
+  if (block == nullptr || bytes == 0) {
+    return;
+  }
+  auto* bytes_at = static_cast<unsigned char*>(block);
+  const long page_size = sysconf(_SC_PAGESIZE);
+  const auto page = static_cast<uintptr_t>(page_size > 0 ? page_size : 4096);
+  const uintptr_t start = reinterpret_cast<uintptr_t>(block);
+  if (bytes >= 16 * uint64_t{page} && bytes <= UINTPTR_MAX - start) {
+    const uintptr_t first = (start + page - 1) & ~(page - 1);
+    const uintptr_t last = (start + static_cast<uintptr_t>(bytes)) & ~(page - 1);
+    if (madvise(reinterpret_cast<void*>(first), static_cast<size_t>(last - first), MADV_DONTNEED) ==
+        0) {
+      std::memset(bytes_at, 0, static_cast<size_t>(first - start));
+      std::memset(bytes_at + (last - start), 0, static_cast<size_t>(start + bytes - last));
+      return;
+    }
+  }
+  std::memset(bytes_at, 0, static_cast<size_t>(bytes));
 }
 
 }  // namespace corvi

@@ -13,4 +13,9 @@ uint64_t PhysicalMemoryBytes();
 // does nothing where it is not supported.
 void AdviseHugePages(void* block, uint64_t bytes);
 
+// Sets the block to zero bytes. The whole pages inside a large block are handed back to the
+// system, which gives them out as zero pages again when next touched, so a block that was mostly
+// never written is not walked or brought into memory.
+void ZeroMemory(void* block, uint64_t bytes);
+
 }  // namespace corvi

@@ -36,35 +36,12 @@ size_t EntropyStart(const Bytes& file) {
   return file.size();
 }
 
-// The entropy-coded ranges of every scan: [start, end) from behind each SOS to the next marker
-// that is neither a stuffed zero nor a restart marker.
-std::vector<std::pair<size_t, size_t>> ScanRanges(const Bytes& file) {
-  std::vector<std::pair<size_t, size_t>> ranges;
-  size_t position = 2;
-  while (position + 4 <= file.size() && file[position] == 0xFF) {
-    const uint8_t code = file[position + 1];
-    const size_t length = size_t{file[position + 2]} << 8 | file[position + 3];
-    position += 2 + length;
-    if (code != 0xDA) {
-      continue;
-    }
-    size_t end = position;
-    while (end + 1 < file.size() &&
-           !(file[end] == 0xFF && file[end + 1] != 0 && (file[end + 1] & 0xF8) != 0xD0)) {
-      ++end;
-    }
-    ranges.emplace_back(position, end);
-    position = end;
-  }
-  return ranges;
-}
-
 // Variants of a file: each scan's data cut short with the segments behind it kept (the scan
 // runs dry at the next marker, the later scans decode as usual), the file cut at many points (an
 // EOI put behind the cut), a byte turned into a restart marker, a run of bytes zeroed.
 std::vector<Bytes> Variants(const Bytes& file) {
   std::vector<Bytes> variants;
-  for (const auto& [scan_start, scan_end] : ScanRanges(file)) {
+  for (const auto& [scan_start, scan_end] : test::ScanDataRanges(file)) {
     for (size_t part = 0; part < 4; ++part) {
       const size_t keep = scan_start + (scan_end - scan_start) * part / 4;
       Bytes cut(file.begin(), file.begin() + static_cast<ptrdiff_t>(keep));

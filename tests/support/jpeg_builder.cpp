@@ -168,6 +168,27 @@ std::string CorpusPath(const std::string& name) {
 #endif
 }
 
+std::vector<std::pair<size_t, size_t>> ScanDataRanges(const Bytes& file) {
+  std::vector<std::pair<size_t, size_t>> ranges;
+  size_t position = 2;
+  while (position + 4 <= file.size() && file[position] == 0xFF) {
+    const uint8_t code = file[position + 1];
+    const size_t length = size_t{file[position + 2]} << 8 | file[position + 3];
+    position += 2 + length;
+    if (code != 0xDA) {
+      continue;
+    }
+    size_t end = position;
+    while (end + 1 < file.size() &&
+           !(file[end] == 0xFF && file[end + 1] != 0 && (file[end + 1] & 0xF8) != 0xD0)) {
+      ++end;
+    }
+    ranges.emplace_back(position, end);
+    position = end;
+  }
+  return ranges;
+}
+
 bool CorpusAvailable() {
   return access(CorpusPath("SOURCES.md").c_str(), R_OK) == 0;
 }

@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/byte_coverage.h"
@@ -74,6 +75,10 @@ ScanResult ScanBytes(const Bytes& bytes, const Limits& limits = Limits::None());
 
 // Dumps a scanned list as the tool would (without the file line) and returns the text.
 std::string DumpText(const ScanResult& result, const Bytes& bytes);
+
+// The entropy-coded data of every scan: [start, end) from behind each SOS to the next marker
+// that is neither a stuffed zero nor a restart marker.
+std::vector<std::pair<size_t, size_t>> ScanDataRanges(const Bytes& file);
 
 // Writes bytes to a file under a fresh temporary directory and returns its path.
 std::string WriteTempFile(const std::string& name, const Bytes& bytes);
