@@ -318,12 +318,12 @@ inline void DecodeAcRefine(const ScanBand& band, int16_t* block, BitReader& read
         correct(c);
         continue;
       }
+      // The bit is as likely 1 as 0: added without a branch, away from zero.
       const uint32_t bit = bits >> 31;
       bits <<= 1;
       --count;
-      if (bit != 0) {
-        c = Low16(static_cast<uint32_t>(c > 0 ? c + p1 : c - p1));
-      }
+      const uint32_t step = static_cast<uint32_t>(c > 0 ? p1 : -p1) & (0u - bit);
+      c = Low16(static_cast<uint32_t>(c) + step);
     }
   };
   int32_t k = band.start;
@@ -660,6 +660,9 @@ void InterleavedWalk(const DecodeState& state, const BlockLayout& layout, const 
       settled = Settled(stuck, run_before, before, reader, idle, store, row);
       MarkDecoded(store, idle, row);
       ++m;
+      if (store.decoded_rows != nullptr && m % mcus_across == 0) {
+        store.decoded_rows->store(m / mcus_across, std::memory_order_release);
+      }
     }
     if (m < mcu_count && restart.Count(reader)) {
       std::memset(dc_predictors, 0, sizeof(dc_predictors));
@@ -772,6 +775,9 @@ void SingleComponentWalk(const DecodeState& state, const BlockLayout& layout, co
       if (++x == columns) {
         x = 0;
         ++y;
+        if (store.decoded_rows != nullptr && y % v == 0) {
+          store.decoded_rows->store(y / v, std::memory_order_release);
+        }
       }
     }
     if (done < total && restart.Count(reader)) {
@@ -791,6 +797,74 @@ void Walk(const DecodeState& state, const BlockLayout& layout, const ScanBand& b
     InterleavedWalk<kind>(state, layout, band, store, reader);
   }
 }
+
+// The transform and colour conversion of whole MCU rows, into the layer or, without pixels
+// kept, into a row buffer of each worker. A worker's buffers are taken at its first rows.
+class RowTransform final : public RowFinisher {
+ public:
+  RowTransform(const DecodeState& frame, RawLayer& out, const CoefficientStore& coefficients,
+               const BlockLayout& blocks, uint64_t blocks_per_row, uint64_t row_pixels)
+      : state(frame),
+        layer(out),
+        store(coefficients),
+        layout(blocks),
+        row_blocks(blocks_per_row),
+        pixel_count(row_pixels) {
+    for (int slot = 0; slot < 4; ++slot) {
+      if (layout.first[slot] >= 0) {
+        for (int32_t i = 0; i < layout.h[slot] * layout.v[slot]; ++i) {
+          block_tables[layout.first[slot] + i] = state.components[slot]->quant_table;
+        }
+      }
+    }
+  }
+
+  // Takes the worker's buffers unless it has them; throws where they cannot be had.
+  void Prepare(int32_t worker) {
+    if (samples[worker] == nullptr) {
+      samples[worker].reset(AllocateArray<float>(row_blocks * 64));
+    }
+    if (!state.keep_pixels && rows[worker] == nullptr) {
+      rows[worker].reset(AllocateArray<uint16_t>(pixel_count * 4));
+    }
+  }
+
+  void Finish(int64_t first, int64_t last, int32_t worker) override {
+    if (first >= last) {
+      return;
+    }
+    Prepare(worker);
+    float* const own_samples = samples[worker].get();
+    for (int64_t r = first; r < last; ++r) {
+      const int16_t* block = store.coefficients + r * static_cast<int64_t>(row_blocks) * 64;
+      float* sample = own_samples;
+      for (int64_t m = 0; m < state.mcus_across; ++m) {
+        for (int32_t b = 0; b < layout.blocks_per_mcu; ++b) {
+          InverseDCT(block, sample, *block_tables[b]);
+          block += 64;
+          sample += 64;
+        }
+      }
+      const auto y = static_cast<uint32_t>(r * state.mcu_height);
+      if (state.keep_pixels) {
+        ConvertMcuRow(state, layer, y, own_samples);
+      } else {
+        ConvertMcuRowInto(state, rows[worker].get(), y, own_samples);
+      }
+    }
+  }
+
+ private:
+  const DecodeState& state;
+  RawLayer& layer;
+  const CoefficientStore& store;
+  const BlockLayout& layout;
+  const uint64_t row_blocks;
+  const uint64_t pixel_count;
+  const QuantTable* block_tables[kMaxBlocksPerMcu] = {};
+  std::unique_ptr<float[]> samples[2];
+  std::unique_ptr<uint16_t[]> rows[2];
+};
 
 }  // namespace
 
@@ -838,22 +912,11 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
   reader.cursor = data;
   reader.end = data + (length > 0 ? length : 0);
   reader.Clear();
-  DecodeScans(state, layer, store, reader);
+  RowTransform transform(state, layer, store, layout, row_blocks, pixel_count);
+  DecodeScans(state, layer, store, reader, state.keep_pixels ? nullptr : &transform);
 
-  std::unique_ptr<uint16_t[]> row_buffer;
   if (state.keep_pixels) {
     layer.AllocatePixels();
-  } else {
-    row_buffer.reset(AllocateArray<uint16_t>(pixel_count * 4));
-  }
-  std::unique_ptr<float[]> samples(AllocateArray<float>(row_blocks * 64));
-  const QuantTable* block_tables[kMaxBlocksPerMcu] = {};
-  for (int slot = 0; slot < 4; ++slot) {
-    if (layout.first[slot] >= 0) {
-      for (int32_t i = 0; i < layout.h[slot] * layout.v[slot]; ++i) {
-        block_tables[layout.first[slot] + i] = state.components[slot]->quant_table;
-      }
-    }
   }
   int64_t rows = state.mcus_down;
   if (state.skip_idle && !state.keep_pixels && store.touched_rows < rows) {
@@ -862,47 +925,23 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
   for (int64_t r = 0; r < rows; ++r) {
     ApplyPending(state, layout, store, r);
   }
-  // Rows [first, last) transformed and converted with their own samples and row buffer.
-  auto finish_rows = [&](int64_t first, int64_t last, float* own_samples, uint16_t* own_rows) {
-    for (int64_t r = first; r < last; ++r) {
-      const int16_t* block = store.coefficients + r * static_cast<int64_t>(row_blocks) * 64;
-      float* sample = own_samples;
-      for (int64_t m = 0; m < state.mcus_across; ++m) {
-        for (int32_t b = 0; b < layout.blocks_per_mcu; ++b) {
-          InverseDCT(block, sample, *block_tables[b]);
-          block += 64;
-          sample += 64;
-        }
-      }
-      const auto y = static_cast<uint32_t>(r * state.mcu_height);
-      if (state.keep_pixels) {
-        ConvertMcuRow(state, layer, y, own_samples);
-      } else {
-        ConvertMcuRowInto(state, own_rows, y, own_samples);
-      }
-    }
-  };
+  const int64_t first = store.finished_rows < rows ? store.finished_rows : rows;
   // The rows are independent: with threads allowed, a second thread takes the lower half.
-  if (state.threads && rows >= 16 && std::thread::hardware_concurrency() >= 2) {
-    std::unique_ptr<float[]> lower_samples(AllocateArray<float>(row_blocks * 64));
-    std::unique_ptr<uint16_t[]> lower_rows;
-    if (!state.keep_pixels) {
-      lower_rows.reset(AllocateArray<uint16_t>(pixel_count * 4));
-    }
-    const int64_t half = rows / 2;
+  if (state.threads && rows - first >= 16 && std::thread::hardware_concurrency() >= 2) {
+    const int64_t half = first + (rows - first) / 2;
+    transform.Prepare(1);  // here, where a failure can be thrown
     std::thread lower;
     try {
-      lower =
-          std::thread([&]() { finish_rows(half, rows, lower_samples.get(), lower_rows.get()); });
+      lower = std::thread([&]() { transform.Finish(half, rows, 1); });
     } catch (const std::system_error&) {
-      finish_rows(0, rows, samples.get(), row_buffer.get());  // no thread to be had: one does all
+      transform.Finish(first, rows, 0);  // no thread to be had: one does all
       return;
     }
-    finish_rows(0, half, samples.get(), row_buffer.get());
+    transform.Finish(first, half, 0);
     lower.join();
     return;
   }
-  finish_rows(0, rows, samples.get(), row_buffer.get());
+  transform.Finish(first, rows, 0);
 }
 
 int64_t WalkToNextScan(DecodeState& state, RawLayer& layer, const uint8_t* base,
@@ -954,8 +993,9 @@ int64_t WalkToNextScan(DecodeState& state, RawLayer& layer, const uint8_t* base,
   }
 }
 
-void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader) {
-  if (state.threads && DecodeScansOnTwoThreads(state, layer, store, reader)) {
+void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader,
+                 RowFinisher* follow) {
+  if (state.threads && DecodeScansOnTwoThreads(state, layer, store, reader, follow)) {
     return;
   }
   uint64_t scan_count = 0;

@@ -1,6 +1,7 @@
 // Progressive Huffman decoding: the whole image's coefficients, scan after scan.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -28,6 +29,21 @@ struct CoefficientStore {
   int64_t touched_rows = 0;
   int64_t ac_touched_rows = 0;
   std::vector<PendingDc> pending;  // 4 a row, by slot; empty until a row is filled
+  // When set, a scan walk publishes here the MCU rows below which it has decoded (or passed)
+  // every unit, each time it has decoded the last unit of a row.
+  std::atomic<int64_t>* decoded_rows = nullptr;
+  // The MCU rows from the top that were transformed and converted while the scans ran.
+  int64_t finished_rows = 0;
+};
+
+// Transforms and converts whole MCU rows [first, last) once no scan changes them any more;
+// `worker` (0 or 1) names the buffers of the thread that calls.
+class RowFinisher {
+ public:
+  virtual void Finish(int64_t first, int64_t last, int32_t worker) = 0;
+
+ protected:
+  ~RowFinisher() = default;
 };
 
 // Decodes an SOF2 frame into `layer.pixels`; called by DecodeImage after PlanSampling.
@@ -36,7 +52,9 @@ void DecodeProgressive(DecodeState& state, RawLayer& layer, const uint8_t* data,
 // Decodes the scan at the reader's cursor and every scan behind it, applying the DHT, DRI and
 // SOS segments between them (`layer` is what their Apply is given). More scans than the state's
 // limit allows are refused with "Too many scans (N, limit L)".
-void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader);
+// With `follow`, rows may be finished while the scans run (see DecodeScansOnTwoThreads).
+void DecodeScans(DecodeState& state, RawLayer& layer, CoefficientStore& store, BitReader& reader,
+                 RowFinisher* follow = nullptr);
 
 // Applies the DHT, DRI and SOS segments from `base` (the first byte behind a scan's data) up to
 // and including the next SOS, passing zero bytes and stuffed FF 00 pairs before each marker.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <system_error>
@@ -186,7 +187,7 @@ bool Overlap(const DecodeState& a, const DecodeState& b) {
 }  // namespace
 
 bool DecodeScansOnTwoThreads(DecodeState& state, RawLayer& layer, CoefficientStore& store,
-                             BitReader& reader) {
+                             BitReader& reader, RowFinisher* follow) {
   const uint64_t block_count = uint64_t(uint32_t(state.mcu_count)) * uint32_t(state.blocks_per_mcu);
   if (block_count < kMinBlocks || reader.cursor >= reader.end ||
       std::thread::hardware_concurrency() < 2) {
@@ -270,7 +271,17 @@ bool DecodeScansOnTwoThreads(DecodeState& state, RawLayer& layer, CoefficientSto
   CoefficientStore views[2];
   views[0].coefficients = store.coefficients;
   views[1].coefficients = store.coefficients;
+  const ScanJob* last_first = nullptr;  // the first thread's last scan
+  for (const ScanJob& job : jobs) {
+    last_first = job.group == 0 ? &job : last_first;
+  }
   std::atomic<bool> stop_all{false};
+  // Following: the rows that the first thread's last scan has passed, and whether it may be
+  // followed (0 while that scan has not started, 1 yes, 2 no).
+  std::atomic<int64_t> decoded_rows{0};
+  std::atomic<int32_t> followable{0};
+  std::atomic<bool> first_done{false};
+  int64_t finished_rows = 0;
   auto run = [&](int32_t t) {
     for (ScanJob& job : jobs) {
       if (job.group != t) {
@@ -278,6 +289,18 @@ bool DecodeScansOnTwoThreads(DecodeState& state, RawLayer& layer, CoefficientSto
       }
       if (stop_all.load(std::memory_order_relaxed)) {
         return;
+      }
+      if (&job == last_first) {
+        // Every row it passes is final: the other scans of this thread are done, and so are
+        // the other thread's by the time that one follows. A pending DC value, or a last scan
+        // that could leave one, would still have to go in: then nothing is followed.
+        const DecodeState& s = job.copy->state;
+        const bool ok = follow != nullptr && views[0].pending.empty() &&
+                        !(s.spectral_start == 0 && s.approx_high == 0);
+        if (ok) {
+          views[0].decoded_rows = &decoded_rows;
+        }
+        followable.store(ok ? 1 : 2, std::memory_order_release);
       }
       job.reader.cursor = job.start;
       job.reader.end = end;
@@ -291,13 +314,44 @@ bool DecodeScansOnTwoThreads(DecodeState& state, RawLayer& layer, CoefficientSto
       }
     }
   };
+  auto follow_rows = [&]() {
+    if (follow == nullptr || stop_all.load() || !views[1].pending.empty()) {
+      return;
+    }
+    for (;;) {
+      const bool done = first_done.load(std::memory_order_acquire);
+      const int32_t state_now = followable.load(std::memory_order_acquire);
+      if (state_now == 2 || stop_all.load(std::memory_order_relaxed)) {
+        return;
+      }
+      const int64_t ready = decoded_rows.load(std::memory_order_acquire);
+      if (ready > finished_rows) {
+        const int64_t last = ready < finished_rows + 8 ? ready : finished_rows + 8;
+        try {
+          follow->Finish(finished_rows, last, 1);
+        } catch (...) {
+          return;  // the rows not yet finished are done after the scans
+        }
+        finished_rows = last;
+        continue;
+      }
+      if (done) {
+        return;
+      }
+      std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+  };
   std::thread second;
   try {
-    second = std::thread(run, 1);
+    second = std::thread([&]() {
+      run(1);
+      follow_rows();
+    });
   } catch (const std::system_error&) {
     return false;
   }
   run(0);
+  first_done.store(true, std::memory_order_release);
   second.join();
 
   // Check: every scan decoded, and stopped reading where the walk behind it passes only filler
@@ -346,6 +400,7 @@ bool DecodeScansOnTwoThreads(DecodeState& state, RawLayer& layer, CoefficientSto
       }
     }
   }
+  store.finished_rows = finished_rows;
   two_thread_scans.fetch_add(1, std::memory_order_relaxed);
   return true;
 }
