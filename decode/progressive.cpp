@@ -252,20 +252,27 @@ constexpr CodedOrderTable MakeCodedOrderTable() {
 
 const CodedOrderTable kCodedOrder = MakeCodedOrderTable();
 
-// Bit j set where the coefficient at coded position j is not zero.
+// Bit j set where the AC coefficient at coded position j is not zero (bit 0 stays clear). The DC
+// value is not read: on two threads, a DC refinement may be writing it meanwhile.
 inline uint64_t NonzeroInCodedOrder(const int16_t* block) {
   uint64_t natural = 0;
 #if defined(__SSE2__)
   const __m128i zero = _mm_setzero_si128();
-  const __m128i* rows = reinterpret_cast<const __m128i*>(block);
-  for (int i = 0; i < 4; ++i) {
-    const __m128i a = _mm_cmpeq_epi16(_mm_loadu_si128(rows + 2 * i), zero);
-    const __m128i b = _mm_cmpeq_epi16(_mm_loadu_si128(rows + 2 * i + 1), zero);
-    const auto zeros = static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(a, b)));
-    natural |= uint64_t{~zeros & 0xFFFFu} << (16 * i);
-  }
+  auto zeros = [&](int32_t first, int32_t second) {  // 8 coefficients from each, 16 bits
+    const __m128i a =
+        _mm_cmpeq_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block + first)), zero);
+    const __m128i b =
+        _mm_cmpeq_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block + second)), zero);
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(a, b)));
+  };
+  natural |= uint64_t{~zeros(8, 16) & 0xFFFFu} << 8;
+  natural |= uint64_t{~zeros(24, 32) & 0xFFFFu} << 24;
+  natural |= uint64_t{~zeros(40, 48) & 0xFFFFu} << 40;
+  const uint32_t last = ~zeros(56, 1);  // coefficients 56 to 63, then 1 to 8
+  natural |= uint64_t{last & 0xFFu} << 56;
+  natural |= uint64_t{(last >> 8) & 0x7Fu} << 1;
 #else
-  for (int i = 0; i < 64; ++i) {
+  for (int i = 1; i < 64; ++i) {
     natural |= uint64_t{block[i] != 0 ? 1u : 0u} << i;
   }
 #endif
