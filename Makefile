@@ -5,7 +5,10 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES = cmake g++ make libgtest-dev libjpeg62-turbo-dev libjpeg-turbo-progs libimage-exiftool-perl
 SAMPLE = tests/golden/sample.jpg
 
-.PHONY: all deps build run test sanitize bench clean
+SOURCES = $(shell git ls-files '*.cpp' '*.h' 2>/dev/null || \
+  find base bench decode exif jpeg merge platform tests tool -name '*.cpp' -o -name '*.h')
+
+.PHONY: all deps build run test sanitize bench format format-check clean
 
 all: build
 
@@ -38,6 +41,16 @@ bench: build
 	$(BUILD)/bench/scan_bench ../shared/corpus
 	$(BUILD)/bench/decode_bench ../shared/corpus/oppo-r7-13mp-420.jpg
 	$(BUILD)/bench/merge_bench ../shared/corpus/oppo-r7-13mp-420.jpg
+
+# Every source file as .clang-format says: `format` rewrites them, `format-check` fails on any
+# difference (CI runs it).
+format:
+	@$(MAKE) --no-print-directory deps PACKAGES=clang-format
+	@clang-format -i $(SOURCES)
+
+format-check:
+	@$(MAKE) --no-print-directory deps PACKAGES=clang-format
+	@clang-format --dry-run --Werror $(SOURCES) && echo "Formatting: $(words $(SOURCES)) files as .clang-format says"
 
 clean:
 	rm -rf $(BUILD) $(SAN_BUILD)

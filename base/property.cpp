@@ -13,14 +13,22 @@ namespace corvi {
 const int32_t kPropertyTypeSizes[13] = {-1, 1, 1, 2, 4, 8, -1, 1, -1, 4, 8, 4, 8};
 
 const PropertyName PropertyNames[16] = {
-    {0x132, L"Date Time"},         {0x9004, L"Date Time Digitized"},
-    {0x9003, L"Date Time Original"}, {0x10D, L"Document Name"},
-    {0x10E, L"Image Description"}, {0x10F, L"Make"},
-    {0x110, L"Model"},             {0x112, L"Orientation"},
-    {0x131, L"Software"},          {0x13B, L"Artist"},
-    {0x8298, L"Copyright"},        {0x11A, L"X Resolution"},
-    {0x11B, L"Y Resolution"},      {0x128, L"Resolution Unit"},
-    {0xC000, L"Pixel Format"},     {0xC001, L"Compression Mode"},
+    {0x132, L"Date Time"},
+    {0x9004, L"Date Time Digitized"},
+    {0x9003, L"Date Time Original"},
+    {0x10D, L"Document Name"},
+    {0x10E, L"Image Description"},
+    {0x10F, L"Make"},
+    {0x110, L"Model"},
+    {0x112, L"Orientation"},
+    {0x131, L"Software"},
+    {0x13B, L"Artist"},
+    {0x8298, L"Copyright"},
+    {0x11A, L"X Resolution"},
+    {0x11B, L"Y Resolution"},
+    {0x128, L"Resolution Unit"},
+    {0xC000, L"Pixel Format"},
+    {0xC001, L"Compression Mode"},
 };
 
 uint32_t PropertyTypeSize(uint32_t type) {

@@ -5,7 +5,9 @@
 
 namespace corvi {
 
-RawLayer::~RawLayer() { Reset(); }
+RawLayer::~RawLayer() {
+  Reset();
+}
 
 void RawLayer::Reset() {
   width = 0;

@@ -52,8 +52,7 @@ int main(int argc, char** argv) {
   } while (elapsed < seconds && !files.empty());
   std::printf("%zu files, %llu scans+dumps (%llu failed) in %.2f s: %.0f files/s, %.1f MB/s\n",
               files.size(), static_cast<unsigned long long>(done),
-              static_cast<unsigned long long>(failed), elapsed,
-              static_cast<double>(done) / elapsed,
+              static_cast<unsigned long long>(failed), elapsed, static_cast<double>(done) / elapsed,
               static_cast<double>(bytes) / elapsed / 1e6);
   return 0;
 }

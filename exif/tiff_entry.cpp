@@ -1,11 +1,10 @@
 // TIFF entries and the directories that own them: dumps, search by tag, tag spaces, and the copy
 // of chosen tags into a layer's properties.
-#include "exif/tiff_directory.h"
-
 #include <bit>
 
 #include "base/property.h"
 #include "base/raw_layer.h"
+#include "exif/tiff_directory.h"
 #include "jpeg/jpeg_reader.h"
 #include "platform/format.h"
 
@@ -40,7 +39,9 @@ const TIFFEntry* TIFFEntry::Find(uint32_t wanted_tag) const {
   return tag == wanted_tag ? this : nullptr;
 }
 
-void TIFFEntry::OrTag(uint32_t bits) { tag |= bits; }
+void TIFFEntry::OrTag(uint32_t bits) {
+  tag |= bits;
+}
 
 void TIFFEntry::Collect(DecodeState& /*state*/, uint8_t byte_order, RawLayer& layer,
                         bool /*header_only*/) {
@@ -75,7 +76,9 @@ void TIFFEntry::Collect(DecodeState& /*state*/, uint8_t byte_order, RawLayer& la
   }
 }
 
-TIFFNestedDir::~TIFFNestedDir() { delete directory; }
+TIFFNestedDir::~TIFFNestedDir() {
+  delete directory;
+}
 
 void TIFFNestedDir::Dump(const uint8_t* base, int32_t indent, OutStream& stream,
                          uint8_t /*byte_order*/) {
@@ -90,7 +93,9 @@ const TIFFEntry* TIFFNestedDir::Find(uint32_t wanted_tag) const {
 }
 
 // The tag space goes to the children; the entry keeps its own tag.
-void TIFFNestedDir::OrTag(uint32_t bits) { directory->OrTag(bits); }
+void TIFFNestedDir::OrTag(uint32_t bits) {
+  directory->OrTag(bits);
+}
 
 void TIFFNestedDir::Collect(DecodeState& state, uint8_t byte_order, RawLayer& layer,
                             bool header_only) {
@@ -164,8 +169,7 @@ void TIFFDirectory::OrTag(uint32_t bits) {
   }
 }
 
-void TIFFDirectory::Collect(DecodeState& state, uint8_t order, RawLayer& layer,
-                            bool header_only) {
+void TIFFDirectory::Collect(DecodeState& state, uint8_t order, RawLayer& layer, bool header_only) {
   for (uint32_t i = 0; i < count; ++i) {
     items[i]->Collect(state, order, layer, header_only);
   }

@@ -9,7 +9,9 @@
 
 namespace corvi {
 
-uint32_t LastPlatformError() { return static_cast<uint32_t>(errno); }
+uint32_t LastPlatformError() {
+  return static_cast<uint32_t>(errno);
+}
 
 void PlatformErrorText(uint32_t code, wchar_t* buffer, size_t capacity) {
   if (capacity == 0 || code > 0x7FFFFFFF) {

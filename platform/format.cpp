@@ -1,4 +1,5 @@
-// Wide formatted output: the formatter of the system's format strings and the buffered UTF-8 writer.
+// Wide formatted output: the formatter of the system's format strings and the buffered UTF-8
+// writer.
 #include "platform/format.h"
 
 #include <unistd.h>
@@ -156,8 +157,8 @@ void FormatTo(WideSink& sink, const wchar_t* format, const FormatArg* args, size
           break;
         }
         int32_t v = half ? static_cast<int16_t>(Bits(a)) : static_cast<int32_t>(Bits(a));
-        uint64_t magnitude = v < 0 ? uint64_t{0} - static_cast<uint64_t>(int64_t{v})
-                                   : static_cast<uint64_t>(v);
+        uint64_t magnitude =
+            v < 0 ? uint64_t{0} - static_cast<uint64_t>(int64_t{v}) : static_cast<uint64_t>(v);
         PutNumber(sink, magnitude, 10, v < 0, width, zero_pad);
         break;
       }
@@ -201,7 +202,9 @@ size_t FormatToBuffer(wchar_t* buffer, size_t capacity, const wchar_t* format,
 OutStream::OutStream(int descriptor, bool flush_each_print)
     : fd(descriptor), flush_each(flush_each_print) {}
 
-OutStream::~OutStream() { Flush(); }
+OutStream::~OutStream() {
+  Flush();
+}
 
 void OutStream::Put(wchar_t c) {
   Reserve(4);

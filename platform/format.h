@@ -1,4 +1,5 @@
-// Wide formatted output: the formatter of the system's format strings and the buffered UTF-8 writer.
+// Wide formatted output: the formatter of the system's format strings and the buffered UTF-8
+// writer.
 #pragma once
 
 #include <cfloat>
@@ -111,8 +112,7 @@ size_t FormatToBuffer(wchar_t* buffer, size_t capacity, const wchar_t* format,
                       const FormatArg* args, size_t count);
 
 template <typename... Args>
-size_t FormatBuffer(wchar_t* buffer, size_t capacity, const wchar_t* format,
-                    const Args&... args) {
+size_t FormatBuffer(wchar_t* buffer, size_t capacity, const wchar_t* format, const Args&... args) {
   const FormatArg list[] = {FormatArg(args)..., FormatArg(0)};
   return FormatToBuffer(buffer, capacity, format, list, sizeof...(Args));
 }

@@ -53,8 +53,7 @@ uint32_t TiffBuilder::Append(const Bytes& bytes) {
   return at;
 }
 
-TiffDirectoryPlace TiffBuilder::Directory(const std::vector<TiffEntryDef>& entries,
-                                          uint32_t next) {
+TiffDirectoryPlace TiffBuilder::Directory(const std::vector<TiffEntryDef>& entries, uint32_t next) {
   TiffDirectoryPlace place;
   place.start = Append(Short(static_cast<uint16_t>(entries.size())));
   for (const TiffEntryDef& e : entries) {
@@ -103,7 +102,9 @@ Bytes TiffBuilder::ExifPayload() const {
   return out;
 }
 
-Bytes JpegWithApp1(const Bytes& payload) { return JpegWithApp1(payload, {}); }
+Bytes JpegWithApp1(const Bytes& payload) {
+  return JpegWithApp1(payload, {});
+}
 
 Bytes JpegWithApp1(const Bytes& payload, const Bytes& tail) {
   JpegBuilder builder;

@@ -19,8 +19,11 @@ struct TiffEntryDef {
   TiffEntryDef(uint16_t entry_tag, uint16_t entry_type, uint32_t entry_count, Bytes bytes = {})
       : tag(entry_tag), type(entry_type), count(entry_count), value(std::move(bytes)) {}
   TiffEntryDef(uint16_t entry_tag, uint16_t entry_type, uint32_t entry_count, Bytes bytes,
-                uint32_t entry_field)
-      : tag(entry_tag), type(entry_type), count(entry_count), value(std::move(bytes)),
+               uint32_t entry_field)
+      : tag(entry_tag),
+        type(entry_type),
+        count(entry_count),
+        value(std::move(bytes)),
         field(entry_field) {}
 
   uint16_t tag;
