@@ -11,6 +11,7 @@
 #include "tests/support/jpeg_builder.h"
 #include "tests/support/libjpeg_reference.h"
 #include "tests/support/literal_decode.h"
+#include "tests/support/require.h"
 
 namespace corvi {
 namespace {
@@ -77,9 +78,7 @@ std::vector<Bytes> Variants(const Bytes& file) {
 }
 
 TEST(IdleSkips, ChangeNothingOnCutAndDamagedStreams) {
-  if (!test::HaveLibjpeg()) {
-    GTEST_SKIP() << "built without libjpeg";
-  }
+  CORVI_NEED(test::HaveLibjpeg(), "libjpeg");
   const struct {
     const char* name;
     test::EncodeRequest request;

@@ -19,6 +19,7 @@
 #include "jpeg/jpeg_reader.h"
 #include "tests/support/jpeg_builder.h"
 #include "tests/support/libjpeg_reference.h"
+#include "tests/support/require.h"
 
 namespace corvi {
 namespace {
@@ -42,9 +43,7 @@ bool StartsWith(const wchar_t* text, const wchar_t* prefix) {
 }
 
 TEST(LibjpegCompare, CorpusMatchesWithinRounding) {
-  if (!test::CorpusAvailable()) {
-    GTEST_SKIP() << "corpus not present";
-  }
+  CORVI_NEED(test::CorpusAvailable(), "the corpus");
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(test::CorpusPath(""))) {
     if (entry.path().extension() == ".jpg") {

@@ -11,6 +11,7 @@
 #include "decode/decode_state.h"
 #include "jpeg/jpeg_reader.h"
 #include "tests/support/jpeg_builder.h"
+#include "tests/support/require.h"
 
 namespace corvi {
 namespace {
@@ -78,9 +79,7 @@ uint64_t HashPixels(const uint16_t* pixels, uint64_t count) {
 class PixelHashTest : public ::testing::TestWithParam<HashCase> {};
 
 TEST_P(PixelHashTest, MatchesRecordedHash) {
-  if (!test::CorpusAvailable()) {
-    GTEST_SKIP() << "corpus not available";
-  }
+  CORVI_NEED(test::CorpusAvailable(), "the corpus");
   const HashCase& c = GetParam();
   test::Bytes bytes = test::ReadFile(test::CorpusPath(c.file));
   ASSERT_FALSE(bytes.empty());

@@ -13,6 +13,7 @@
 #include "tests/support/jpeg_builder.h"
 #include "tests/support/libjpeg_reference.h"
 #include "tests/support/literal_decode.h"
+#include "tests/support/require.h"
 
 namespace corvi {
 namespace {
@@ -91,9 +92,7 @@ std::vector<Variant> Variants(const Bytes& file) {
 }
 
 TEST(ScanThreads, GiveTheOutcomeOfOneScanAfterAnother) {
-  if (!test::HaveLibjpeg()) {
-    GTEST_SKIP() << "built without libjpeg";
-  }
+  CORVI_NEED(test::HaveLibjpeg(), "libjpeg");
   const struct {
     const char* name;
     test::EncodeRequest request;
@@ -125,9 +124,7 @@ TEST(ScanThreads, GiveTheOutcomeOfOneScanAfterAnother) {
 }
 
 TEST(ScanThreads, SmallFramesStayOnOneThread) {
-  if (!test::HaveLibjpeg()) {
-    GTEST_SKIP() << "built without libjpeg";
-  }
+  CORVI_NEED(test::HaveLibjpeg(), "libjpeg");
   const Bytes file = test::EncodeWithLibjpeg({128, 96, false, 2, 2, true, 0});
   ASSERT_FALSE(file.empty());
   const uint64_t before = TwoThreadScanCount();

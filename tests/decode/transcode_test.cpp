@@ -13,6 +13,7 @@
 #include "decode/decode_state.h"
 #include "jpeg/jpeg_reader.h"
 #include "tests/support/jpeg_builder.h"
+#include "tests/support/require.h"
 
 namespace corvi {
 namespace {
@@ -73,9 +74,8 @@ const char* const kRewrites[] = {
 };
 
 TEST(Transcode, JpegtranRewritesDecodeToTheOriginalPixels) {
-  if (std::system("command -v jpegtran > /dev/null 2>&1") != 0 || !test::CorpusAvailable()) {
-    GTEST_SKIP() << "needs jpegtran and the corpus";
-  }
+  CORVI_NEED(std::system("command -v jpegtran > /dev/null 2>&1") == 0, "jpegtran");
+  CORVI_NEED(test::CorpusAvailable(), "the corpus");
   const std::string dir = test::MakeTempDir();
   for (const char* photo : kBaselinePhotos) {
     SCOPED_TRACE(photo);
@@ -105,9 +105,7 @@ TEST(Transcode, JpegtranRewritesDecodeToTheOriginalPixels) {
 
 // The libjpeg comparison decodes the rest of the progressive corpus.
 TEST(Transcode, ProgressiveCorpusFilesDecode) {
-  if (!test::CorpusAvailable()) {
-    GTEST_SKIP() << "needs the corpus";
-  }
+  CORVI_NEED(test::CorpusAvailable(), "the corpus");
   struct Case {
     const char* name;
     const wchar_t* error;
@@ -129,9 +127,7 @@ TEST(Transcode, ProgressiveCorpusFilesDecode) {
 }
 
 TEST(Transcode, ProgressiveFileCutShortDecodesWhatItHas) {
-  if (!test::CorpusAvailable()) {
-    GTEST_SKIP() << "needs the corpus";
-  }
+  CORVI_NEED(test::CorpusAvailable(), "the corpus");
   // Cut inside the scans, at places that fall inside entropy-coded data and between segments
   // alike, and close with an end-of-image marker so that the reader takes the file.
   const test::Bytes whole = test::ReadFile(test::CorpusPath("derived-hx5v-420-progressive.jpg"));

@@ -17,6 +17,7 @@
 #include "jpeg/markers.h"
 #include "platform/format.h"
 #include "tests/support/jpeg_builder.h"
+#include "tests/support/require.h"
 
 namespace corvi {
 namespace {
@@ -150,10 +151,9 @@ std::string PropertyText(const PropertyList& list, uint32_t id) {
 }
 
 TEST(ExifCorpus, ScansDumpsAndAgreesWithExiftoolOnIFD0Values) {
-  if (!test::CorpusAvailable()) {
-    GTEST_SKIP() << "corpus not available";
-  }
+  CORVI_NEED(test::CorpusAvailable(), "the corpus");
   const bool exiftool = ExiftoolAvailable();
+  EXPECT_TRUE(exiftool || !test::PeersRequired()) << "needs exiftool (CORVI_REQUIRE_PEERS)";
   int exif_files = 0;
   int compared = 0;
   for (const std::string& name : CorpusFiles()) {

@@ -13,6 +13,7 @@
 #include "jpeg/jpeg_reader.h"
 #include "platform/format.h"
 #include "tests/support/segment_cases.h"
+#include "tests/support/require.h"
 
 namespace corvi {
 namespace {
@@ -221,9 +222,7 @@ TEST(FindEOI, NestedStreamKeepsItsOwnLowerBound) {
 }
 
 TEST(JPEGReader, CorpusFilesScanAndDump) {
-  if (!test::CorpusAvailable()) {
-    GTEST_SKIP() << "corpus not available";
-  }
+  CORVI_NEED(test::CorpusAvailable(), "the corpus");
   int count = 0;
   for (const auto& item : std::filesystem::directory_iterator(test::CorpusPath(""))) {
     const std::string path = item.path().string();

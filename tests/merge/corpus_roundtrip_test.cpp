@@ -19,14 +19,14 @@
 #include "platform/file_search.h"
 #include "tests/support/libjpeg_reference.h"
 #include "tests/support/merge_support.h"
+#include "tests/support/require.h"
 
 namespace corvi {
 namespace {
 
 TEST(MergeCorpus, RewritesDecodeCleanlyWithLibjpeg) {
-  if (!test::CorpusAvailable() || !test::HaveLibjpeg()) {
-    GTEST_SKIP() << "corpus or libjpeg not present";
-  }
+  CORVI_NEED(test::CorpusAvailable(), "the corpus");
+  CORVI_NEED(test::HaveLibjpeg(), "libjpeg");
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(test::CorpusPath(""))) {
     if (entry.path().extension() == ".jpg") {
