@@ -38,33 +38,6 @@ uint32_t PropertyTypeSize(uint32_t type) {
   return static_cast<uint32_t>(kPropertyTypeSizes[type]);
 }
 
-uint8_t NativeByteOrder() {
-  return std::endian::native == std::endian::big ? kMotorolaOrder : kIntelOrder;
-}
-
-uint16_t ReadOrdered16(const uint8_t* p, uint8_t byte_order) {
-  if (byte_order == kMotorolaOrder) {
-    return static_cast<uint16_t>((p[0] << 8) | p[1]);
-  }
-  return static_cast<uint16_t>((p[1] << 8) | p[0]);
-}
-
-uint32_t ReadOrdered32(const uint8_t* p, uint8_t byte_order) {
-  if (byte_order == kMotorolaOrder) {
-    return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
-  }
-  return (uint32_t{p[3]} << 24) | (uint32_t{p[2]} << 16) | (uint32_t{p[1]} << 8) | p[0];
-}
-
-uint64_t ReadOrdered64(const uint8_t* p, uint8_t byte_order) {
-  uint64_t high = ReadOrdered32(p, byte_order);
-  uint64_t low = ReadOrdered32(p + 4, byte_order);
-  if (byte_order != kMotorolaOrder) {
-    std::swap(high, low);
-  }
-  return (high << 32) | low;
-}
-
 void PrintTypedValues(OutStream& stream, uint32_t type, uint32_t count, const uint8_t* value,
                       uint8_t byte_order) {
   if (type == 2) {

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "base/byte_order.h"
+
 namespace corvi {
 
 class OutStream;
@@ -67,15 +69,6 @@ struct PropertyList {
  private:
   void Store(Property* property);  // takes ownership
 };
-
-// Byte orders of stored values: a TIFF header's flag, or the machine's own order.
-constexpr uint8_t kIntelOrder = 0;
-constexpr uint8_t kMotorolaOrder = 1;
-uint8_t NativeByteOrder();
-
-uint16_t ReadOrdered16(const uint8_t* p, uint8_t byte_order);
-uint32_t ReadOrdered32(const uint8_t* p, uint8_t byte_order);
-uint64_t ReadOrdered64(const uint8_t* p, uint8_t byte_order);
 
 // Prints values of a TIFF type the way properties and TIFF entries print them: " %hu", " %u/%u"
 // and so on, at most 21 values then " [snip]"; type 2 as quoted text with no limit; other types

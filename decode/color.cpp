@@ -211,10 +211,10 @@ void ConvertMcuRow(const DecodeState& state, RawLayer& layer, uint32_t y, const 
 }
 
 void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y, const float* samples) {
-  if (state.sampling_mode < 1 || state.sampling_mode > 5) {
+  if (state.sampling_mode == SamplingMode::kNone) {
     return;
   }
-  const ConvertMcuFn convert = kConverters.by_mode[state.sampling_mode - 1];
+  const ConvertMcuFn convert = kConverters.by_mode[ModeIndex(state.sampling_mode)];
   const uint32_t width = state.width;
   const uint32_t height = state.height;
   const uint32_t mcu_width = static_cast<uint32_t>(state.mcu_width);
@@ -253,7 +253,7 @@ void ConvertMcuRowInto(const DecodeState& state, uint16_t* rows, uint32_t y, con
 
 void ConvertOneMcu(const DecodeState& state, uint16_t* rows, uint32_t y, int32_t mcu,
                    const float* samples) {
-  if (state.sampling_mode < 1 || state.sampling_mode > 5 || rows == nullptr) {
+  if (state.sampling_mode == SamplingMode::kNone || rows == nullptr) {
     return;
   }
   const uint32_t width = state.width;
@@ -264,7 +264,7 @@ void ConvertOneMcu(const DecodeState& state, uint16_t* rows, uint32_t y, int32_t
   if (y >= height || x >= width) {
     return;
   }
-  const ConvertMcuFn convert = kConverters.by_mode[state.sampling_mode - 1];
+  const ConvertMcuFn convert = kConverters.by_mode[ModeIndex(state.sampling_mode)];
   uint16_t* dest = rows + x * 4;
   if (uint64_t{y} + mcu_height <= height && x + mcu_width <= width) {
     convert(samples, dest, width);

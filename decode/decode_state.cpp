@@ -48,40 +48,6 @@ const char* ModeName(uint8_t frame_mode) {
   }
 }
 
-// The five sampling layouts: factors of slots 1 to 3 (0 for an empty slot) and the MCU geometry.
-// Names read rows by columns: "1x2" has two luma block columns, so factors 2x1.
-struct SamplingRow {
-  const char* name;
-  int32_t factors[3][2];  // h, v of slots 1, 2, 3
-  int32_t mcu_width;
-  int32_t mcu_height;
-  int32_t blocks_per_mcu;
-};
-
-constexpr SamplingRow kSamplingRows[5] = {
-    {"1x1", {{1, 1}, {1, 1}, {1, 1}}, 8, 8, 3},  {"1x2", {{2, 1}, {1, 1}, {1, 1}}, 16, 8, 4},
-    {"2x1", {{1, 2}, {1, 1}, {1, 1}}, 8, 16, 4}, {"2x2", {{2, 2}, {1, 1}, {1, 1}}, 16, 16, 6},
-    {"gray", {{1, 1}, {0, 0}, {0, 0}}, 8, 8, 1},
-};
-
-bool RowMatches(const DecodeState& state, const SamplingRow& row) {
-  if (state.components[0] != nullptr) {
-    return false;
-  }
-  for (int slot = 1; slot <= 3; ++slot) {
-    const ComponentInfo* c = state.components[slot];
-    const int32_t* f = row.factors[slot - 1];
-    if (f[0] == 0) {
-      if (c != nullptr) {
-        return false;
-      }
-    } else if (c == nullptr || c->h != f[0] || c->v != f[1]) {
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 DecodeState::~DecodeState() {
@@ -115,7 +81,7 @@ namespace {
 [[gnu::noinline]] void NameFrame(const DecodeState& state, RawLayer& layer) {
   char mode[100];
   std::snprintf(mode, sizeof mode, "%s %s", ModeName(state.frame_mode),
-                kSamplingRows[state.sampling_mode - 1].name);
+                LayoutOf(state.sampling_mode).name);
   layer.properties.SetCompressionMode(mode);
 }
 
@@ -153,12 +119,17 @@ void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer,
 }
 
 void PlanSampling(DecodeState& state) {
-  for (int32_t i = 0; i < 5; ++i) {
-    const SamplingRow& row = kSamplingRows[i];
-    if (!RowMatches(state, row)) {
-      continue;
-    }
-    state.sampling_mode = i + 1;
+  int32_t h[4];
+  int32_t v[4];
+  for (int slot = 0; slot < 4; ++slot) {
+    const ComponentInfo* c = state.components[slot];
+    h[slot] = c != nullptr ? c->h : -1;
+    v[slot] = c != nullptr ? c->v : -1;
+  }
+  const SamplingMode mode = MatchSampling(h, v);
+  if (mode != SamplingMode::kNone) {
+    const SamplingLayout& row = LayoutOf(mode);
+    state.sampling_mode = mode;
     state.mcu_width = row.mcu_width;
     state.mcu_height = row.mcu_height;
     state.blocks_per_mcu = row.blocks_per_mcu;

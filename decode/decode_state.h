@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "base/limits.h"
+#include "base/sampling.h"
 
 namespace corvi {
 
@@ -46,7 +47,7 @@ struct DecodeState {
   int32_t approx_high = 0;      // Ah
   int32_t approx_low = 0;       // Al
   int32_t scan_components = 0;  // Ns
-  int32_t sampling_mode = 0;
+  SamplingMode sampling_mode = SamplingMode::kNone;
   int32_t mcu_width = 8;
   int32_t mcu_height = 8;
   int32_t blocks_per_mcu = 0;

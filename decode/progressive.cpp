@@ -981,11 +981,9 @@ int64_t WalkToNextScan(DecodeState& state, RawLayer& layer, const uint8_t* base,
       marker.Parse(coverage);
       marker.Apply(state, layer, false);  // replaces tables for the scans to come
     } else if (code == 0xDD) {
-      if (length != 2) {
-        throw RawLayerException(L"DRI header is wrong size");
-      }
-      coverage.IdentifyAt(position, 2);
-      state.restart_interval = ReadBig16(payload);
+      DRIMarker marker(code, length, payload);
+      marker.Parse(coverage);
+      marker.Apply(state, layer, false);  // the restart interval of the scans to come
     } else if (code == 0xDA) {
       SOSMarker marker(code, length, payload);
       marker.Parse(coverage);

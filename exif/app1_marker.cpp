@@ -9,7 +9,7 @@
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
 #include "decode/decode_state.h"
-#include "exif/tiff_directory.h"
+#include "exif/tiff_walk.h"
 #include "jpeg/markers.h"
 #include "platform/format.h"
 

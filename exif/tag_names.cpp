@@ -1,5 +1,7 @@
 // The names of TIFF tags by full tag (tag space included), and the tags collected as properties.
-#include "exif/tiff_directory.h"
+#include "exif/tag_names.h"
+
+#include "exif/tiff_entry.h"
 
 namespace corvi {
 

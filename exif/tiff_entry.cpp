@@ -1,10 +1,12 @@
 // TIFF entries and the directories that own them: dumps, search by tag, tag spaces, and the copy
 // of chosen tags into a layer's properties.
+#include "exif/tiff_entry.h"
+
 #include <bit>
 
 #include "base/property.h"
 #include "base/raw_layer.h"
-#include "exif/tiff_directory.h"
+#include "exif/tag_names.h"
 #include "jpeg/jpeg_reader.h"
 #include "platform/format.h"
 

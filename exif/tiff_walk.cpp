@@ -1,5 +1,7 @@
 // The TIFF directory walk: directory chains, the Exif, GPS and interoperability sub-directories,
 // and the maker notes of Canon and Sony.
+#include "exif/tiff_walk.h"
+
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -8,7 +10,6 @@
 #include "base/limits.h"
 #include "base/property.h"
 #include "base/raw_layer_exception.h"
-#include "exif/tiff_directory.h"
 
 namespace corvi {
 namespace {

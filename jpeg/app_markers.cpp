@@ -25,15 +25,6 @@ constexpr uint8_t kPhotoshopSignature[14] = {'P', 'h', 'o', 't', 'o', 's', 'h',
 constexpr int32_t kJfifHeaderBytes = 14;   // signature, version, units, densities, thumbnail size
 constexpr int32_t kAdobeHeaderBytes = 12;  // signature to colour transform
 
-// The head line of a named segment, with the offsets of the base Dump: the segment's 0xFF and its
-// last payload byte, from the start of the file, inclusive.
-void PrintHead(const JPEGReader::Marker& marker, const wchar_t* format, const uint8_t* base,
-               int32_t indent, OutStream& stream) {
-  PrintIndent(indent, stream);
-  Print(stream, format, static_cast<int32_t>(marker.FirstByte(base)),
-        static_cast<int32_t>(marker.LastByte(base)));
-}
-
 // Whether the payload of `length` bytes starts with the signature in its full width.
 bool HasSignature(const uint8_t* payload, int32_t length, const uint8_t* signature, int32_t size) {
   return length >= size && std::memcmp(payload, signature, static_cast<size_t>(size)) == 0;

@@ -286,6 +286,13 @@ void PrintIndent(int32_t indent, OutStream& stream) {
   }
 }
 
+void PrintHead(const JPEGReader::Marker& marker, const wchar_t* format, const uint8_t* base,
+               int32_t indent, OutStream& stream) {
+  PrintIndent(indent, stream);
+  Print(stream, format, static_cast<int32_t>(marker.FirstByte(base)),
+        static_cast<int32_t>(marker.LastByte(base)));
+}
+
 void JPEGReader::Marker::Parse(ByteCoverage& /*coverage*/) {}
 
 void JPEGReader::Marker::Apply(DecodeState& /*state*/, RawLayer& /*layer*/, bool /*header_only*/) {}

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/byte_order.h"
 #include "base/limits.h"
 
 namespace corvi {
@@ -110,14 +111,13 @@ int64_t FindEOI(ByteCoverage& coverage, const uint8_t* data, int32_t search_star
 
 // Prints two blanks `indent` times; nothing for 0 or less.
 void PrintIndent(int32_t indent, OutStream& stream);
+// Prints the head line of a named segment: `format` takes the offsets of the segment's 0xFF and
+// of its last payload byte, from `base`, after the indent.
+void PrintHead(const JPEGReader::Marker& marker, const wchar_t* format, const uint8_t* base,
+               int32_t indent, OutStream& stream);
 
 // Makes the segment object for a marker code.
 std::unique_ptr<JPEGReader::Marker> MakeMarker(uint8_t code, int32_t length,
                                                const uint8_t* payload);
-
-// Big-endian reads of the JPEG stream.
-inline uint16_t ReadBig16(const uint8_t* p) {
-  return static_cast<uint16_t>((p[0] << 8) | p[1]);
-}
 
 }  // namespace corvi

@@ -33,15 +33,6 @@ const wchar_t* const kFrameNames[16] = {
     L"Differential lossless (sequential) arithmetic",
 };
 
-// The head line of a named segment, with the offsets of the base Dump: the segment's 0xFF and its
-// last payload byte, from the start of the file, inclusive.
-void PrintHead(const JPEGReader::Marker& marker, const wchar_t* format, const uint8_t* base,
-               int32_t indent, OutStream& stream) {
-  PrintIndent(indent, stream);
-  Print(stream, format, static_cast<int32_t>(marker.FirstByte(base)),
-        static_cast<int32_t>(marker.LastByte(base)));
-}
-
 }  // namespace
 
 // T.81 B.2.2 frame header: P, Y, X, Nf, then Ci, Hi|Vi, Tqi per component. `length` is not

@@ -404,26 +404,14 @@ void ReadScan(const JPEGReader::Marker& marker, MergeState& state) {
 
 void PlanMergeSampling(MergeState& state) {
   const ComponentInfo* const* c = state.components;
-  auto is = [](const ComponentInfo* info, int32_t h, int32_t v) {
-    return info != nullptr && info->h == h && info->v == v;
-  };
-  int32_t mode = 0;
-  if (c[0] == nullptr && c[1] != nullptr) {
-    if (c[2] == nullptr && c[3] == nullptr) {
-      mode = is(c[1], 1, 1) ? 5 : 0;
-    } else if (is(c[2], 1, 1) && is(c[3], 1, 1)) {
-      if (is(c[1], 1, 1)) {
-        mode = 1;
-      } else if (is(c[1], 2, 1)) {
-        mode = 2;
-      } else if (is(c[1], 1, 2)) {
-        mode = 3;
-      } else if (is(c[1], 2, 2)) {
-        mode = 4;
-      }
-    }
+  int32_t h[4];
+  int32_t v[4];
+  for (int slot = 0; slot < 4; ++slot) {
+    h[slot] = c[slot] != nullptr ? c[slot]->h : -1;
+    v[slot] = c[slot] != nullptr ? c[slot]->v : -1;
   }
-  if (mode == 0) {
+  const SamplingMode mode = MatchSampling(h, v);
+  if (mode == SamplingMode::kNone) {
     constexpr size_t kCapacity = 200;
     wchar_t message[kCapacity];
     size_t used = FormatBuffer(message, kCapacity, L"Unsupported sampling (");
@@ -438,12 +426,11 @@ void PlanMergeSampling(MergeState& state) {
     }
     throw RawLayerException(message);
   }
-  static constexpr int32_t kGeometry[5][3] = {
-      {8, 8, 3}, {16, 8, 4}, {8, 16, 4}, {16, 16, 6}, {8, 8, 1}};
+  const SamplingLayout& layout = LayoutOf(mode);
   state.sampling_mode = mode;
-  state.mcu_width = kGeometry[mode - 1][0];
-  state.mcu_height = kGeometry[mode - 1][1];
-  state.blocks_per_mcu = kGeometry[mode - 1][2];
+  state.mcu_width = layout.mcu_width;
+  state.mcu_height = layout.mcu_height;
+  state.blocks_per_mcu = layout.blocks_per_mcu;
   // The frame's sizes are at most 65535: nothing here wraps.
   const uint32_t across = (state.width + static_cast<uint32_t>(state.mcu_width) - 1) /
                           static_cast<uint32_t>(state.mcu_width);

@@ -43,7 +43,7 @@ struct MergeState {
   uint32_t height = 0;
   uint8_t* entropy_data = nullptr;  // owned; the finished scan
   uint32_t entropy_length = 0;
-  int32_t sampling_mode = 0;  // 1 to 5, as the decoder numbers them
+  SamplingMode sampling_mode = SamplingMode::kNone;
   int32_t mcu_width = 8;
   int32_t mcu_height = 8;
   int32_t blocks_per_mcu = 0;

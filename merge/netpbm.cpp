@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "base/byte_order.h"
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
 #include "platform/format.h"
@@ -287,7 +288,7 @@ void ReadNetpbm(const uint8_t* data, uint32_t length, RawLayer& layer) {
     for (uint32_t k = 0; k < header.depth; ++k) {
       uint32_t s;
       if (sample_bytes == 2) {
-        s = (uint32_t{p[0]} << 8) | p[1];
+        s = ReadBig16(p);
         p += 2;
       } else {
         s = *p++;

@@ -10,9 +10,11 @@
 #include <string_view>
 #include <system_error>
 
+#include "base/byte_order.h"
 #include "base/property.h"
 #include "base/raw_layer_exception.h"
-#include "exif/tiff_directory.h"
+#include "exif/tag_names.h"
+#include "exif/tiff_entry.h"
 #include "jpeg/jpeg_reader.h"
 #include "jpeg/markers.h"
 #include "platform/format.h"
@@ -121,30 +123,6 @@ std::vector<std::string_view> SplitItems(std::string_view text) {
 
 std::wstring Wide(std::string_view text) {
   return DecodeUtf8(text.data(), text.size());
-}
-
-void WriteOrdered16(uint8_t* p, uint16_t v, uint8_t byte_order) {
-  if (byte_order == kMotorolaOrder) {
-    p[0] = static_cast<uint8_t>(v >> 8);
-    p[1] = static_cast<uint8_t>(v);
-  } else {
-    p[0] = static_cast<uint8_t>(v);
-    p[1] = static_cast<uint8_t>(v >> 8);
-  }
-}
-
-void WriteOrdered32(uint8_t* p, uint32_t v, uint8_t byte_order) {
-  for (int i = 0; i < 4; ++i) {
-    int shift = byte_order == kMotorolaOrder ? 24 - 8 * i : 8 * i;
-    p[i] = static_cast<uint8_t>(v >> shift);
-  }
-}
-
-void WriteOrdered64(uint8_t* p, uint64_t v, uint8_t byte_order) {
-  for (int i = 0; i < 8; ++i) {
-    int shift = byte_order == kMotorolaOrder ? 56 - 8 * i : 8 * i;
-    p[i] = static_cast<uint8_t>(v >> shift);
-  }
 }
 
 // A decimal integer with an optional sign, in [low, high]; throws naming `item` otherwise.

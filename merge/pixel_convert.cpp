@@ -234,7 +234,7 @@ void ConvertPixelRow(const MergeState& state, const RawLayer& layer, int32_t row
                      const Background& background) {
   static constexpr ConvertMcu kConverters[5] = {ConvertMCU1, ConvertMCU2, ConvertMCU3, ConvertMCU4,
                                                 ConvertMCU5};
-  const ConvertMcu convert = kConverters[state.sampling_mode - 1];
+  const ConvertMcu convert = kConverters[ModeIndex(state.sampling_mode)];
   const auto width = static_cast<int64_t>(layer.width);
   const auto height = static_cast<int64_t>(layer.height);
   const int32_t stride = static_cast<int32_t>(layer.width);

@@ -5,10 +5,11 @@
 #include <memory>
 #include <string>
 
+#include "base/byte_order.h"
 #include "base/property.h"
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
-#include "exif/tiff_directory.h"
+#include "exif/tiff_entry.h"
 #include "jpeg/markers.h"
 #include "merge/byte_buffer.h"
 #include "merge/huffman_encode.h"
@@ -34,8 +35,7 @@ void SegmentWriter::Finish() {
   finished = true;
   // The length counts its own two bytes and the payload.
   const int32_t stored = out.length - position;
-  out.data[position] = static_cast<uint8_t>(stored >> 8);
-  out.data[position + 1] = static_cast<uint8_t>(stored);
+  WriteBig16(out.data + position, static_cast<uint16_t>(stored));
 }
 
 void WriteHuffmanTable(const HuffmanStats& stats, uint8_t id, bool ac, ByteBuffer& out) {
@@ -92,24 +92,6 @@ void DHTMarker::Write(MergeState& state, const RawLayer& /*layer*/,
     WriteHuffmanTable(*stats, id, ac, out);
   }
 }
-
-namespace {
-
-void StoreOrdered32(uint8_t* p, uint32_t value, uint8_t byte_order) {
-  if (byte_order == kMotorolaOrder) {
-    p[0] = static_cast<uint8_t>(value >> 24);
-    p[1] = static_cast<uint8_t>(value >> 16);
-    p[2] = static_cast<uint8_t>(value >> 8);
-    p[3] = static_cast<uint8_t>(value);
-  } else {
-    p[0] = static_cast<uint8_t>(value);
-    p[1] = static_cast<uint8_t>(value >> 8);
-    p[2] = static_cast<uint8_t>(value >> 16);
-    p[3] = static_cast<uint8_t>(value >> 24);
-  }
-}
-
-}  // namespace
 
 void APP1Marker::Write(MergeState& state, const RawLayer& layer, const PropertyList& overrides,
                        const Background& background, ByteBuffer& out) {
@@ -175,7 +157,7 @@ void APP1Marker::Write(MergeState& state, const RawLayer& layer, const PropertyL
           std::memcpy(copy.get() + start, made.view, new_size);
           const int64_t length_at = length_entry->value - payload;
           if (length_at >= 0 && length_at + 4 <= copy_length) {
-            StoreOrdered32(copy.get() + length_at, new_size, directory->byte_order);
+            WriteOrdered32(copy.get() + length_at, new_size, directory->byte_order);
           }
         }
       }

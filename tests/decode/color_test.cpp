@@ -134,7 +134,7 @@ TEST(ConvertMcuRow, CropsPartialMcusAtTheEdges) {
     SCOPED_TRACE(testing::Message() << "mode " << c.mode << " " << c.width << "x" << c.height);
     const Layout& l = kLayouts[c.mode];
     DecodeState state;
-    state.sampling_mode = c.mode;
+    state.sampling_mode = static_cast<SamplingMode>(c.mode);
     state.width = c.width;
     state.height = c.height;
     state.mcu_width = l.mcu_width;

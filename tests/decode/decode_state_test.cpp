@@ -213,7 +213,7 @@ TEST(PlanSampling, DerivesTheMcuGeometryOfEachLayout) {
       }
     }
     PlanSampling(state);
-    EXPECT_EQ(state.sampling_mode, c.mode);
+    EXPECT_EQ(state.sampling_mode, static_cast<SamplingMode>(c.mode));
     EXPECT_EQ(state.mcu_width, c.mcu_width);
     EXPECT_EQ(state.mcu_height, c.mcu_height);
     EXPECT_EQ(state.blocks_per_mcu, c.blocks_per_mcu);

@@ -8,7 +8,7 @@
 #include "base/byte_coverage.h"
 #include "base/raw_layer.h"
 #include "decode/decode_state.h"
-#include "exif/tiff_directory.h"
+#include "exif/tiff_entry.h"
 #include "jpeg/markers.h"
 #include "platform/format.h"
 #include "tests/support/tiff_builder.h"

@@ -7,7 +7,8 @@
 #include "base/property.h"
 #include "base/raw_layer.h"
 #include "decode/decode_state.h"
-#include "exif/tiff_directory.h"
+#include "exif/tiff_entry.h"
+#include "exif/tag_names.h"
 #include "platform/format.h"
 #include "tests/support/jpeg_builder.h"
 

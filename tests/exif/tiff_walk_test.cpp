@@ -8,7 +8,7 @@
 
 #include "base/byte_coverage.h"
 #include "base/raw_layer_exception.h"
-#include "exif/tiff_directory.h"
+#include "exif/tiff_walk.h"
 #include "platform/format.h"
 #include "tests/support/tiff_builder.h"
 

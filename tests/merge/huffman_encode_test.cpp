@@ -189,7 +189,7 @@ TEST(EncodeScan, WritesT81Symbols) {
     state.ac_stats[0] = new HuffmanStats();
     state.width = static_cast<uint32_t>(8 * blocks);
     state.height = 8;
-    state.sampling_mode = 5;
+    state.sampling_mode = SamplingMode::kGray;
     state.blocks_per_mcu = state.mcus_down = 1;
     state.mcus_across = state.mcu_count = blocks;
     EncodeScan(state, coefficients.data());

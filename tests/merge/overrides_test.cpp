@@ -9,7 +9,7 @@
 
 #include "base/property.h"
 #include "base/raw_layer_exception.h"
-#include "exif/tiff_directory.h"
+
 #include "tests/support/tiff_builder.h"
 
 namespace corvi {

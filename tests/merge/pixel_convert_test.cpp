@@ -88,7 +88,7 @@ TEST(ConvertPixels, ReplicatesTheLastColumn) {
   for (const Case& c : {Case{2, 16, 8, 4, 1, 8}, Case{4, 16, 16, 6, 17, 16}}) {
     SCOPED_TRACE(testing::Message() << "mode " << c.mode << " width " << c.width);
     MergeState state;  // as PlanMergeSampling leaves it
-    state.sampling_mode = c.mode;
+    state.sampling_mode = static_cast<SamplingMode>(c.mode);
     state.width = c.width;
     state.height = c.height;
     state.mcu_width = c.mcu_width;

@@ -1,4 +1,4 @@
-// TIFF entries, directories of them, the directory walk and the tag names.
+// TIFF entries, the directories that hold them, and the tag spaces of maker notes and GPS.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,11 @@ class OutStream;
 class TIFFDirectory;
 struct DecodeState;
 struct RawLayer;
+
+// Tag spaces, in the bits above the file's 16-bit tag.
+constexpr uint32_t kSonyTagSpace = 0x10000;
+constexpr uint32_t kCanonTagSpace = 0x20000;
+constexpr uint32_t kGPSTagSpace = 0x30000;
 
 // One parsed IFD entry. `value` points at its first value byte in the mapped file, in the file's
 // byte order; for an inline value it points into the entry's own 12 bytes.
@@ -99,29 +104,5 @@ class TIFFDirectory {
   uint32_t capacity = 0;
   uint8_t byte_order = 0;  // 0 Intel, 1 Motorola
 };
-
-// Tag spaces, in the bits above the file's 16-bit tag.
-constexpr uint32_t kSonyTagSpace = 0x10000;
-constexpr uint32_t kCanonTagSpace = 0x20000;
-constexpr uint32_t kGPSTagSpace = 0x30000;
-
-struct TIFFTagRow {
-  uint32_t key;
-  const wchar_t* name;
-};
-extern const TIFFTagRow TIFFTagNames[144];
-extern const uint32_t CollectedTags[14];
-
-// The name of a full tag (tag space included), or "???".
-const wchar_t* TIFFTagName(uint32_t tag);
-
-// Claims the 8-byte TIFF header at `header`, takes its byte order into `directory` and walks the
-// directories from the first offset it names. Throws on a bad header.
-void ParseTIFFHeader(TIFFDirectory& directory, ByteCoverage& coverage, const uint8_t* header);
-
-// Reads the directories at `offset` from `base` (the TIFF header) into `directory`. Offsets are
-// signed 32-bit; nothing outside the mapped data is read or pointed at.
-void Walk(TIFFDirectory& directory, ByteCoverage& coverage, const uint8_t* base, int32_t offset,
-          const TIFFDirectory& root, bool follow_next);
 
 }  // namespace corvi
