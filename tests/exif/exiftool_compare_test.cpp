@@ -13,7 +13,6 @@
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
 #include "decode/decode_state.h"
-
 #include "jpeg/markers.h"
 #include "platform/format.h"
 #include "tests/support/jpeg_builder.h"

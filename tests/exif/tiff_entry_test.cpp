@@ -1,4 +1,6 @@
 // Tests of the TIFF entries: value lines, tag names, search by tag, tag spaces and Collect.
+#include "exif/tiff_entry.h"
+
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -7,7 +9,6 @@
 #include "base/property.h"
 #include "base/raw_layer.h"
 #include "decode/decode_state.h"
-#include "exif/tiff_entry.h"
 #include "exif/tag_names.h"
 #include "platform/format.h"
 #include "tests/support/jpeg_builder.h"

@@ -1,4 +1,6 @@
 // Tests of the TIFF directory walk: values, chains, sub-directories, maker notes and bad input.
+#include "exif/tiff_walk.h"
+
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -8,7 +10,6 @@
 
 #include "base/byte_coverage.h"
 #include "base/raw_layer_exception.h"
-#include "exif/tiff_walk.h"
 #include "platform/format.h"
 #include "tests/support/tiff_builder.h"
 

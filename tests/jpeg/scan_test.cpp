@@ -12,8 +12,8 @@
 #include "base/raw_layer_exception.h"
 #include "jpeg/jpeg_reader.h"
 #include "platform/format.h"
-#include "tests/support/segment_cases.h"
 #include "tests/support/require.h"
+#include "tests/support/segment_cases.h"
 
 namespace corvi {
 namespace {

@@ -9,7 +9,6 @@
 
 #include "base/property.h"
 #include "base/raw_layer_exception.h"
-
 #include "tests/support/tiff_builder.h"
 
 namespace corvi {
