@@ -2,13 +2,14 @@
 BUILD ?= build
 SAN_BUILD ?= build-asan
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
-PACKAGES = cmake g++ make libgtest-dev libjpeg62-turbo-dev libjpeg-turbo-progs libimage-exiftool-perl
+PACKAGES = cmake g++ make pkg-config libgtest-dev libjpeg62-turbo-dev libjpeg-turbo-progs \
+  libimage-exiftool-perl
 SAMPLE = tests/golden/sample.jpg
 
 SOURCES = $(shell git ls-files '*.cpp' '*.h' 2>/dev/null || \
   find base bench decode exif jpeg merge platform tests tool -name '*.cpp' -o -name '*.h')
 
-.PHONY: all deps build run test sanitize bench format format-check clean
+.PHONY: all deps build run test sanitize plain install-check bench format format-check clean
 
 all: build
 
@@ -37,6 +38,16 @@ sanitize: deps
 	cmake --build $(SAN_BUILD) -j $(JOBS)
 	cd $(SAN_BUILD) && ctest --output-on-failure -j $(JOBS)
 
+# The plain code paths alone (no SSE2 or AVX2 forms), with the decoder's tests.
+plain: deps
+	cmake -S . -B build-plain -DCMAKE_BUILD_TYPE=Release -DCORVI_PLAIN=ON -DCORVI_BENCH=OFF $(CMAKE_FLAGS)
+	cmake --build build-plain -j $(JOBS) --target decode_tests
+	build-plain/tests/decode_tests --gtest_brief=1
+
+# Installs to a temporary prefix and builds and runs examples/ against the installed package.
+install-check: build
+	BUILD=$(BUILD) .ci/install-check
+
 bench: build
 	$(BUILD)/bench/scan_bench ../shared/corpus
 	$(BUILD)/bench/decode_bench ../shared/corpus/oppo-r7-13mp-420.jpg
@@ -53,4 +64,4 @@ format-check:
 	@clang-format --dry-run --Werror $(SOURCES) && echo "Formatting: $(words $(SOURCES)) files as .clang-format says"
 
 clean:
-	rm -rf $(BUILD) $(SAN_BUILD)
+	rm -rf $(BUILD) $(SAN_BUILD) build-plain
