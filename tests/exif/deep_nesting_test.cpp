@@ -14,13 +14,13 @@
 #include "base/raw_layer_exception.h"
 #include "decode/decode_state.h"
 #include "platform/format.h"
-#include "tests/support/jpeg_builder.h"
+#include "tests/support/segment_cases.h"
+#include "tests/support/tiff_builder.h"
 
 namespace corvi {
 namespace {
 
 using test::Bytes;
-using test::JpegBuilder;
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr size_t kStackBytes = size_t{16} << 20;
@@ -46,82 +46,21 @@ void RunOnSmallStack(const std::function<void()>& work) {
   pthread_attr_destroy(&attributes);
 }
 
-void Put16(Bytes& b, uint16_t v) {
-  b.push_back(static_cast<uint8_t>(v));
-  b.push_back(static_cast<uint8_t>(v >> 8));
-}
-void Put32(Bytes& b, uint32_t v) {
-  Put16(b, static_cast<uint16_t>(v));
-  Put16(b, static_cast<uint16_t>(v >> 16));
-}
-void PutEntry(Bytes& b, uint16_t tag, uint16_t type, uint32_t count, uint32_t value) {
-  Put16(b, tag);
-  Put16(b, type);
-  Put32(b, count);
-  Put32(b, value);
-}
-
 // Intel TIFF data: IFD0 with a Make "Canon" when `canon`, then `levels` directories of one entry
-// each, every one opening the next with `tag` (an Exif pointer, or a maker note of 5 bytes).
+// each, every one opening the next with `tag` (an Exif pointer, or a maker note of 5 bytes). A
+// directory's next link is not read, so the next directory starts right behind its entry.
 Bytes DirectoryChain(int levels, uint16_t tag, bool canon) {
-  Bytes t = {'I', 'I', 42, 0};
-  Put32(t, 8);
-  uint32_t pos = 8;
+  test::TiffBuilder t(false);
   if (canon) {
-    // IFD0: Make (out of line, behind the directory) and the first note.
-    Put16(t, 2);
-    PutEntry(t, 0x10F, 2, 6, pos + 2 + 24 + 4);
-    PutEntry(t, tag, 7, 5, pos + 2 + 24 + 4 + 6);
-    Put32(t, 0);
-    t.insert(t.end(), {'C', 'a', 'n', 'o', 'n', 0});
-    pos = static_cast<uint32_t>(t.size());
+    t.Directory({{0x10F, 2, 6, test::TiffBuilder::Ascii("Canon")}, {tag, 7, 5, {}, 44}});
   }
+  const bool note = tag == 0x927C;
   for (int i = canon ? 1 : 0; i < levels; ++i) {
-    Put16(t, 1);
-    PutEntry(t, tag, tag == 0x927C ? 7 : 4, tag == 0x927C ? 5 : 1, pos + 14);
-    pos += 14;
+    t.Append(test::Concat({t.Short(1), t.Short(tag), t.Short(note ? 7 : 4), t.Long(note ? 5 : 1),
+                           t.Long(t.Here() + 14)}));
   }
-  Put16(t, 0);
-  Put32(t, 0);
-  Bytes payload = {'E', 'x', 'i', 'f', 0, 0};
-  payload.insert(payload.end(), t.begin(), t.end());
-  return payload;
-}
-
-// A file whose APP1 holds a thumbnail that holds an APP1 with a thumbnail, `levels` deep.
-Bytes NestedThumbnails(int levels) {
-  Bytes inner = test::TinyGrayJpeg();
-  for (int i = 1; i < levels; ++i) {
-    Bytes t = {'I', 'I', 42, 0};
-    Put32(t, 8);
-    Put16(t, 2);
-    PutEntry(t, 0x201, 4, 1, 8 + 2 + 24 + 4);
-    PutEntry(t, 0x202, 4, 1, static_cast<uint32_t>(inner.size()));
-    Put32(t, 0);
-    t.insert(t.end(), inner.begin(), inner.end());
-    Bytes payload = {'E', 'x', 'i', 'f', 0, 0};
-    payload.insert(payload.end(), t.begin(), t.end());
-    // Each level has a frame and a scan header, so that the headers decode at every level.
-    // The file itself has its tables, so that its pixels decode too.
-    JpegBuilder b;
-    b.Soi().Segment(0xE1, payload);
-    if (i + 1 == levels) {
-      const Bytes tiny = test::TinyGrayJpeg();
-      b.Raw(Bytes(tiny.begin() + 2, tiny.end()));
-    } else {
-      b.Sof(0xC0, 8, 8, 8, {{1, 0x11, 0}}).Sos({{1, 0x00}}).Eoi();
-    }
-    inner = b.bytes();
-  }
-  return inner;
-}
-
-// A tiny grey file with `payload` as its APP1.
-Bytes WithApp1(const Bytes& payload) {
-  const Bytes tiny = test::TinyGrayJpeg();
-  JpegBuilder b;
-  b.Soi().Segment(0xE1, payload).Raw(Bytes(tiny.begin() + 2, tiny.end()));
-  return b.bytes();
+  t.Append(Bytes(6, 0));
+  return t.ExifPayload();
 }
 
 size_t Count(const std::string& text, const std::string& what) {
@@ -141,9 +80,11 @@ struct DeepCase {
 
 TEST(DeepNesting, ScansDumpsAndDecodesWithinASmallStack) {
   const DeepCase cases[] = {
-      {"thumbnails", NestedThumbnails(860), "Thumbnail:", 859},
-      {"Exif sub-directories", WithApp1(DirectoryChain(4600, 0x8769, false)), "ExifOffset", 4600},
-      {"Canon maker notes", WithApp1(DirectoryChain(4600, 0x927C, true)), "MakerNote", 4600},
+      {"thumbnails", test::NestedThumbnails(860), "Thumbnail:", 859},
+      {"Exif sub-directories", test::JpegWithApp1(DirectoryChain(4600, 0x8769, false)),
+       "ExifOffset", 4600},
+      {"Canon maker notes", test::JpegWithApp1(DirectoryChain(4600, 0x927C, true)), "MakerNote",
+       4600},
   };
   for (const DeepCase& c : cases) {
     SCOPED_TRACE(c.name);
@@ -180,13 +121,13 @@ TEST(DeepNesting, LimitsRefuseDeepNestingByName) {
     Bytes file;
     const wchar_t* error;
   } cases[] = {
-      {"thumbnails", NestedThumbnails(40), L"Thumbnails nested too deep (17, limit 16)"},
-      {"thumbnails within the limit", NestedThumbnails(17), L""},
-      {"directories", WithApp1(DirectoryChain(300, 0x8769, false)),
+      {"thumbnails", test::NestedThumbnails(18), L"Thumbnails nested too deep (17, limit 16)"},
+      {"thumbnails within the limit", test::NestedThumbnails(17), L""},
+      {"directories", test::JpegWithApp1(DirectoryChain(300, 0x8769, false)),
        L"Directories nested too deep (257, limit 256)"},
-      {"maker notes", WithApp1(DirectoryChain(300, 0x927C, true)),
+      {"maker notes", test::JpegWithApp1(DirectoryChain(300, 0x927C, true)),
        L"Directories nested too deep (257, limit 256)"},
-      {"directories within the limit", WithApp1(DirectoryChain(256, 0x8769, false)), L""},
+      {"directories within the limit", test::JpegWithApp1(DirectoryChain(256, 0x8769, false)), L""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -12,18 +12,6 @@
 
 namespace corvi::test {
 
-JpegBuilder& JpegBuilder::Soi() {
-  return Raw({0xFF, 0xD8});
-}
-JpegBuilder& JpegBuilder::Eoi() {
-  return Raw({0xFF, 0xD9});
-}
-
-JpegBuilder& JpegBuilder::Raw(std::initializer_list<uint8_t> bytes) {
-  data.insert(data.end(), bytes.begin(), bytes.end());
-  return *this;
-}
-
 JpegBuilder& JpegBuilder::Raw(const Bytes& bytes) {
   data.insert(data.end(), bytes.begin(), bytes.end());
   return *this;
@@ -56,12 +44,11 @@ JpegBuilder& JpegBuilder::Dht(uint8_t table_class, uint8_t id, const std::vector
 
 JpegBuilder& JpegBuilder::Sof(uint8_t code, uint8_t precision, uint16_t width, uint16_t height,
                               const std::vector<std::array<uint8_t, 3>>& components) {
-  Bytes payload{precision,
-                static_cast<uint8_t>(height >> 8),
-                static_cast<uint8_t>(height),
-                static_cast<uint8_t>(width >> 8),
-                static_cast<uint8_t>(width),
-                static_cast<uint8_t>(components.size())};
+  Bytes payload{precision};
+  for (const uint16_t v : {height, width}) {
+    payload.insert(payload.end(), {static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v)});
+  }
+  payload.push_back(static_cast<uint8_t>(components.size()));
   for (const auto& c : components) {
     payload.insert(payload.end(), c.begin(), c.end());
   }
@@ -74,14 +61,8 @@ JpegBuilder& JpegBuilder::Sos(const std::vector<std::array<uint8_t, 2>>& compone
   for (const auto& c : components) {
     payload.insert(payload.end(), c.begin(), c.end());
   }
-  payload.push_back(ss);
-  payload.push_back(se);
-  payload.push_back(ah_al);
+  payload.insert(payload.end(), {ss, se, ah_al});
   return Segment(0xDA, payload);
-}
-
-JpegBuilder& JpegBuilder::Dri(uint16_t interval) {
-  return Segment(0xDD, {static_cast<uint8_t>(interval >> 8), static_cast<uint8_t>(interval)});
 }
 
 void BitWriter::Put(uint32_t value, uint32_t bit_count) {
@@ -122,13 +103,13 @@ Bytes TinyGrayJpeg() {
 
 ScanResult ScanBytes(const Bytes& bytes, const Limits& limits) {
   ScanResult result;
-  result.coverage =
-      std::make_unique<ByteCoverage>(bytes.data(), static_cast<int32_t>(bytes.size()));
+  const auto length = static_cast<int32_t>(bytes.size());
+  result.coverage = std::make_unique<ByteCoverage>(bytes.data(), length);
   result.coverage->max_thumbnail_depth = limits.max_thumbnail_depth;
   result.coverage->max_directory_depth = limits.max_directory_depth;
   result.markers = std::make_unique<MarkerList>();
   try {
-    result.markers->Scan(*result.coverage, bytes.data(), static_cast<int32_t>(bytes.size()) - 2);
+    result.markers->Scan(*result.coverage, bytes.data(), length - 2);
   } catch (const RawLayerException& e) {
     result.error = e.message != nullptr ? e.message : L"(null)";
   }
@@ -141,40 +122,12 @@ std::string DumpText(const ScanResult& result, const Bytes& bytes) {
   return stream.Text();
 }
 
-std::string MakeTempDir() {
-  char pattern[] = "/tmp/corvi-test-XXXXXX";
-  const char* dir = mkdtemp(pattern);
-  return dir != nullptr ? std::string(dir) : std::string("/tmp");
-}
-
-std::string WriteTempFile(const std::string& name, const Bytes& bytes) {
-  std::string path = MakeTempDir() + "/" + name;
-  std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()),
-            static_cast<std::streamsize>(bytes.size()));
-  return path;
-}
-
-Bytes ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-std::string CorpusPath(const std::string& name) {
-#ifdef CORVI_CORPUS_DIR
-  return std::string(CORVI_CORPUS_DIR) + "/" + name;
-#else
-  return "../shared/corpus/" + name;
-#endif
-}
-
 std::vector<std::pair<size_t, size_t>> ScanDataRanges(const Bytes& file) {
   std::vector<std::pair<size_t, size_t>> ranges;
   size_t position = 2;
   while (position + 4 <= file.size() && file[position] == 0xFF) {
     const uint8_t code = file[position + 1];
-    const size_t length = size_t{file[position + 2]} << 8 | file[position + 3];
-    position += 2 + length;
+    position += 2 + (size_t{file[position + 2]} << 8 | file[position + 3]);
     if (code != 0xDA) {
       continue;
     }
@@ -187,6 +140,29 @@ std::vector<std::pair<size_t, size_t>> ScanDataRanges(const Bytes& file) {
     position = end;
   }
   return ranges;
+}
+
+std::string MakeTempDir() {
+  char pattern[] = "/tmp/corvi-test-XXXXXX";
+  const char* dir = mkdtemp(pattern);
+  return dir != nullptr ? std::string(dir) : std::string("/tmp");
+}
+
+std::string WriteTempFile(const std::string& name, const Bytes& bytes) {
+  std::string path = MakeTempDir() + "/" + name;
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+  return path;
+}
+
+Bytes ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string CorpusPath(const std::string& name) {
+  return std::string(CORVI_CORPUS_DIR) + "/" + name;
 }
 
 bool CorpusAvailable() {

@@ -20,9 +20,9 @@ using Bytes = std::vector<uint8_t>;
 // Appends segments to a byte stream. Lengths are computed unless given.
 class JpegBuilder {
  public:
-  JpegBuilder& Soi();
-  JpegBuilder& Eoi();
-  JpegBuilder& Raw(std::initializer_list<uint8_t> bytes);
+  JpegBuilder& Soi() { return Raw({0xFF, 0xD8}); }
+  JpegBuilder& Eoi() { return Raw({0xFF, 0xD9}); }
+  JpegBuilder& Raw(std::initializer_list<uint8_t> bytes) { return Raw(Bytes(bytes)); }
   JpegBuilder& Raw(const Bytes& bytes);
   // 0xFF, code, stored length (payload + 2), payload.
   JpegBuilder& Segment(uint8_t code, const Bytes& payload);
@@ -39,7 +39,9 @@ class JpegBuilder {
   // components: {id, tables byte}.
   JpegBuilder& Sos(const std::vector<std::array<uint8_t, 2>>& components, uint8_t ss = 0,
                    uint8_t se = 63, uint8_t ah_al = 0);
-  JpegBuilder& Dri(uint16_t interval);
+  JpegBuilder& Dri(uint16_t interval) {
+    return Segment(0xDD, {static_cast<uint8_t>(interval >> 8), static_cast<uint8_t>(interval)});
+  }
   JpegBuilder& Entropy(const Bytes& bytes) { return Raw(bytes); }
   const Bytes& bytes() const { return data; }
 

@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "tests/support/jpeg_builder.h"
 
 namespace corvi::test {
@@ -16,8 +18,8 @@ std::string Slurp(const std::string& path) {
 
 ProcessResult RunProgram(const char* program, const char* name, const std::string& cwd,
                          const std::vector<std::string>& args) {
-  const std::string out_path = cwd + "/../stdout.txt";
-  const std::string err_path = cwd + "/../stderr.txt";
+  const std::string dir = MakeTempDir();
+  const std::string out_path = dir + "/stdout.txt", err_path = dir + "/stderr.txt";
   std::vector<char*> argv = {const_cast<char*>(name)};
   for (const std::string& a : args) {
     argv.push_back(const_cast<char*>(a.c_str()));
@@ -37,7 +39,10 @@ ProcessResult RunProgram(const char* program, const char* name, const std::strin
   }
   int status = 0;
   waitpid(pid, &status, 0);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out_path), Slurp(err_path)};
+  ProcessResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out_path),
+                       Slurp(err_path)};
+  std::filesystem::remove_all(dir);
+  return result;
 }
 
 }  // namespace corvi::test

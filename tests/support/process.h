@@ -12,7 +12,7 @@ struct ProcessResult {
 };
 
 // Runs `program` with argv[0] `name` in the directory `cwd`; standard output and error are
-// collected through files beside `cwd`.
+// collected through files in a fresh temporary directory, so `cwd` stays as it was.
 ProcessResult RunProgram(const char* program, const char* name, const std::string& cwd,
                          const std::vector<std::string>& args);
 

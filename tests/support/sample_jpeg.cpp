@@ -2,8 +2,9 @@
 // runs and golden tests.
 #include "tests/support/sample_jpeg.h"
 
+#include <algorithm>
 #include <cstdint>
-#include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "base/property.h"
@@ -11,7 +12,6 @@
 #include "base/raw_layer_exception.h"
 #include "decode/decode_state.h"
 #include "merge/merge.h"
-#include "platform/file_map.h"
 #include "platform/file_search.h"
 #include "platform/file_write.h"
 #include "tests/support/tiff_builder.h"
@@ -19,43 +19,26 @@
 namespace corvi::test {
 namespace {
 
-constexpr int kWidth = kSampleJpegWidth;
-constexpr int kHeight = kSampleJpegHeight;
 constexpr const char* kDateTime = "2026:11:22 12:00:00";
 
 // T.81 Table K.1 and K.2, natural order.
-constexpr uint8_t kLuminanceQuant[64] = {
-    16, 11, 10, 16, 24,  40,  51,  61,  12, 12, 14, 19, 26,  58,  60,  55,  //
-    14, 13, 16, 24, 40,  57,  69,  56,  14, 17, 22, 29, 51,  87,  80,  62,  //
-    18, 22, 37, 56, 68,  109, 103, 77,  24, 35, 55, 64, 81,  104, 113, 92,  //
-    49, 64, 78, 87, 103, 121, 120, 101, 72, 92, 95, 98, 112, 100, 103, 99,  //
-};
-constexpr uint8_t kChrominanceQuant[64] = {
-    17, 18, 24, 47, 99, 99, 99, 99, 18, 21, 26, 66, 99, 99, 99, 99,  //
-    24, 26, 56, 99, 99, 99, 99, 99, 47, 66, 99, 99, 99, 99, 99, 99,  //
-    99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,  //
-    99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,  //
-};
+constexpr uint8_t kQuant[2][64] = {
+    {16, 11, 10, 16, 24,  40,  51,  61,  12, 12, 14, 19, 26,  58,  60,  55,
+     14, 13, 16, 24, 40,  57,  69,  56,  14, 17, 22, 29, 51,  87,  80,  62,
+     18, 22, 37, 56, 68,  109, 103, 77,  24, 35, 55, 64, 81,  104, 113, 92,
+     49, 64, 78, 87, 103, 121, 120, 101, 72, 92, 95, 98, 112, 100, 103, 99},
+    {17, 18, 24, 47, 99, 99, 99, 99, 18, 21, 26, 66, 99, 99, 99, 99, 24, 26, 56, 99, 99, 99,
+     99, 99, 47, 66, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
+     99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99}};
 
-void Put16Big(Bytes& bytes, uint16_t v) {
-  bytes.push_back(static_cast<uint8_t>(v >> 8));
-  bytes.push_back(static_cast<uint8_t>(v));
-}
-
-// The usual quality scaling of the Annex K tables: 75 halves them.
-uint8_t ScaledQuant(uint8_t value) {
-  const int scaled = (value * 50 + 50) / 100;
-  return static_cast<uint8_t>(scaled < 1 ? 1 : (scaled > 255 ? 255 : scaled));
-}
-
-// Both tables at quality 75, in the zig-zag order of the file.
+// Both tables at quality 75 (the usual scaling halves them), in the zig-zag order of the file.
 Bytes QuantPayload() {
   Bytes payload;
-  const uint8_t* tables[2] = {kLuminanceQuant, kChrominanceQuant};
-  for (int table = 0; table < 2; ++table) {
-    payload.push_back(static_cast<uint8_t>(table));
+  for (uint8_t table = 0; table < 2; ++table) {
+    payload.push_back(table);
     for (int i = 0; i < 64; ++i) {
-      payload.push_back(ScaledQuant(tables[table][zigzag[i]]));
+      payload.push_back(
+          static_cast<uint8_t>(std::max((kQuant[table][zigzag[i]] * 50 + 50) / 100, 1)));
     }
   }
   return payload;
@@ -105,36 +88,17 @@ Bytes MakeExifPayload() {
   return tiff.ExifPayload();
 }
 
-void WriteFile(const std::string& path, const Bytes& bytes) {
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  if (file == nullptr) {
-    return;
-  }
-  std::fwrite(bytes.data(), 1, bytes.size(), file);
-  std::fclose(file);
-}
-
-// The RGB value of one pixel: a diagonal colour gradient with a disc, a box and a line on it.
+// A diagonal colour gradient with an orange disc, a dark blue box and a white line on it.
 void SamplePixel(int x, int y, uint8_t* rgb) {
-  int r = 40 + x * 3;
-  int g = 30 + y * 4;
-  int b = 200 - x - y;
-  const int dx = x - 20;
-  const int dy = y - 22;
-  if (dx * dx + dy * dy <= 12 * 12) {  // orange disc
-    r = 240;
-    g = 140;
-    b = 20;
+  int r = 40 + x * 3, g = 30 + y * 4, b = 200 - x - y;
+  if ((x - 20) * (x - 20) + (y - 22) * (y - 22) <= 12 * 12) {
+    r = 240, g = 140, b = 20;
   }
-  if (x >= 38 && x < 58 && y >= 6 && y < 20) {  // dark blue box
-    r = 20;
-    g = 30;
-    b = 120;
+  if (x >= 38 && x < 58 && y >= 6 && y < 20) {
+    r = 20, g = 30, b = 120;
   }
-  if (x >= 34 && x - 34 == (y - 26) * 2 && y >= 26 && y < 40) {  // white line
-    r = 250;
-    g = 250;
-    b = 250;
+  if (x >= 34 && x - 34 == (y - 26) * 2 && y >= 26 && y < 40) {
+    r = g = b = 250;
   }
   rgb[0] = static_cast<uint8_t>(r);
   rgb[1] = static_cast<uint8_t>(g);
@@ -144,63 +108,52 @@ void SamplePixel(int x, int y, uint8_t* rgb) {
 }  // namespace
 
 Bytes SampleJpegPixels() {
-  Bytes pixels(static_cast<size_t>(kWidth) * kHeight * 3);
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) {
-      SamplePixel(x, y, &pixels[(static_cast<size_t>(y) * kWidth + x) * 3]);
-    }
+  Bytes pixels(size_t{kSampleJpegWidth} * kSampleJpegHeight * 3);
+  for (int i = 0; i < kSampleJpegWidth * kSampleJpegHeight; ++i) {
+    SamplePixel(i % kSampleJpegWidth, i / kSampleJpegWidth, &pixels[3 * static_cast<size_t>(i)]);
   }
   return pixels;
 }
 
 Bytes MakeSampleTemplate() {
-  Bytes jfif{'J', 'F', 'I', 'F', 0, 1, 1, 1};  // version 1.01, dots per inch
-  Put16Big(jfif, 72);
-  Put16Big(jfif, 72);
-  jfif.push_back(0);  // no JFIF thumbnail
-  jfif.push_back(0);
+  const Bytes jfif{'J', 'F', 'I', 'F', 0, 1, 1, 1, 0, 72, 0, 72, 0, 0};  // 1.01, 72 dpi, no thumb
   const std::string comment = "corvi sample";
   JpegBuilder builder;
   builder.Soi()
       .Segment(0xE0, jfif)
       .Segment(0xE1, MakeExifPayload())
       .Segment(0xFE, Bytes(comment.begin(), comment.end()));
-  return FrameTemplate(builder, kWidth, kHeight).bytes();
+  return FrameTemplate(builder, kSampleJpegWidth, kSampleJpegHeight).bytes();
 }
 
 Bytes MakeSampleJpeg() {
-  const std::wstring directory = PlatformMakeTempDirectory(nullptr);
-  const std::string native = NativePath(directory.c_str());
-  const std::string template_path = native + "/template.jpg";
-  const std::string output_path = native + "/sample.jpg";
-  WriteFile(template_path, MakeSampleTemplate());
+  const std::string template_path = WriteTempFile("template.jpg", MakeSampleTemplate());
+  const std::filesystem::path directory = std::filesystem::path(template_path).parent_path();
+  const std::string output_path = (directory / "sample.jpg").string();
   Bytes result;
   try {
     JPEGReader reader(DecodeArgument(template_path.c_str()).c_str());
     reader.Scan();
     RawLayer layer;
-    layer.width = kWidth;
-    layer.height = kHeight;
+    layer.width = kSampleJpegWidth;
+    layer.height = kSampleJpegHeight;
     layer.AllocatePixels();
     const Bytes rgb = SampleJpegPixels();
-    for (size_t i = 0; i < static_cast<size_t>(kWidth) * kHeight; ++i) {
-      for (int c = 0; c < 3; ++c) {
-        layer.pixels[4 * i + c] = static_cast<uint16_t>(rgb[3 * i + c] * 257);
-      }
-      layer.pixels[4 * i + 3] = 0xFFFF;
+    for (size_t i = 0; i < rgb.size(); ++i) {
+      layer.pixels[i / 3 * 4 + i % 3] = static_cast<uint16_t>(rgb[i] * 257);
+      layer.pixels[i / 3 * 4 + 3] = 0xFFFF;
     }
     {
       OutputFile file(DecodeArgument(output_path.c_str()).c_str());
       PropertyList overrides;
-      Merge(file, layer, *reader.markers, overrides, Background(), directory.c_str());
+      Merge(file, layer, *reader.markers, overrides, Background(),
+            DecodeArgument(directory.c_str()).c_str());
     }
     result = ReadFile(output_path);
   } catch (const RawLayerException&) {
     result.clear();
   }
-  std::remove(template_path.c_str());
-  std::remove(output_path.c_str());
-  PlatformRemoveDirectory(directory.c_str());
+  std::filesystem::remove_all(directory);
   return result;
 }
 

@@ -1,14 +1,18 @@
-// Shared by the segment tests: byte helpers, one-segment streams and a table of scans that each
-// give an exact message, or leave an exact count of bytes unclaimed and dump an exact text.
+// Shared by the segment tests: byte helpers, one-segment streams, a text report of a scan and
+// the comparison of such reports with the golden files.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/format.h"
 #include "tests/support/jpeg_builder.h"
 
 namespace corvi::test {
@@ -39,24 +43,42 @@ inline Bytes OneSegment(uint8_t code, const Bytes& payload) {
   return JpegBuilder().Soi().Segment(code, payload).Eoi().bytes();
 }
 
-struct SegmentCase {
-  const char* name;
-  Bytes stream;
-  std::wstring error;  // empty: the scan succeeds, leaves `left` bytes and dumps `dump`
-  uint32_t left;
-  std::string dump;
-};
+// A scan of `stream` as text: the error, the segment count, the bytes left unclaimed, the
+// compressed length and, when the scan succeeded, the dump. The bytes are copied to a buffer of
+// their exact size, so that the address sanitizer sees any read behind them.
+inline std::string ScanReport(const Bytes& stream, const Limits& limits = Limits::None()) {
+  const Bytes exact(stream);
+  ScanResult r = ScanBytes(exact, limits);
+  std::string text = r.error.empty() ? "" : "error: " + EncodeUtf8(r.error.c_str()) + "\n";
+  text += std::to_string(r.markers->count) + " segments, " +
+          std::to_string(r.coverage->LeftCount()) + " of " + std::to_string(exact.size()) +
+          " bytes left, compressed " + std::to_string(r.markers->compressed_length) + "\n";
+  return r.error.empty() ? text + DumpText(r, exact) : text;
+}
 
-inline void ExpectScans(const std::vector<SegmentCase>& cases) {
-  for (const SegmentCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    ScanResult result = ScanBytes(c.stream);
-    EXPECT_EQ(result.error, c.error);
-    if (c.error.empty() && result.error.empty()) {
-      EXPECT_EQ(result.coverage->LeftCount(), c.left);
-      EXPECT_EQ(DumpText(result, c.stream), c.dump);
-    }
+using NamedStreams = std::vector<std::pair<std::string, Bytes>>;
+
+// Compares `text` with tests/golden/NAME.txt. With CORVI_UPDATE_GOLDEN=1 the file is rewritten
+// instead; review the change as a diff.
+inline void ExpectGolden(const std::string& name, const std::string& text) {
+  const std::string path = std::string(CORVI_GOLDEN_DIR) + "/" + name + ".txt";
+  const char* update = std::getenv("CORVI_UPDATE_GOLDEN");
+  if (update != nullptr && std::strcmp(update, "1") == 0) {
+    std::ofstream(path, std::ios::binary) << text;
+    return;
   }
+  const Bytes expected = ReadFile(path);
+  ASSERT_FALSE(expected.empty()) << "missing " << path;
+  EXPECT_EQ(text, std::string(expected.begin(), expected.end())) << name;
+}
+
+// The reports of named streams, each under a "== NAME" line, compared with one golden file.
+inline void ExpectGoldenScans(const std::string& golden, const NamedStreams& streams) {
+  std::string text;
+  for (const auto& [name, stream] : streams) {
+    text += "== " + name + "\n" + ScanReport(stream);
+  }
+  ExpectGolden(golden, text);
 }
 
 }  // namespace corvi::test

@@ -16,15 +16,6 @@ Bytes TiffBuilder::Short(uint16_t v) const {
   return big_endian ? Bytes{high, low} : Bytes{low, high};
 }
 
-Bytes TiffBuilder::Shorts(const std::vector<uint16_t>& values) const {
-  Bytes out;
-  for (uint16_t v : values) {
-    Bytes one = Short(v);
-    out.insert(out.end(), one.begin(), one.end());
-  }
-  return out;
-}
-
 Bytes TiffBuilder::Long(uint32_t v) const {
   Bytes out(4);
   for (int i = 0; i < 4; ++i) {
@@ -83,12 +74,6 @@ TiffDirectoryPlace TiffBuilder::Directory(const std::vector<TiffEntryDef>& entri
   return place;
 }
 
-void TiffBuilder::Patch16(uint32_t at, uint16_t v) {
-  Bytes b = Short(v);
-  data[at] = b[0];
-  data[at + 1] = b[1];
-}
-
 void TiffBuilder::Patch32(uint32_t at, uint32_t v) {
   Bytes b = Long(v);
   for (uint32_t i = 0; i < 4; ++i) {
@@ -113,6 +98,37 @@ Bytes JpegWithApp1(const Bytes& payload, const Bytes& tail) {
   Bytes rest = TinyGrayJpeg();
   out.insert(out.end(), rest.begin() + 2, rest.end());
   return out;
+}
+
+Bytes ExifWithThumbnail(bool motorola, const Bytes& thumbnail, uint32_t offset, uint32_t length) {
+  TiffBuilder b(motorola);
+  auto dir = b.Directory({{0x10F, 2, 4, TiffBuilder::Ascii("Cam")},
+                          {0x201, 4, 1, {}, offset},
+                          {0x202, 4, 1, {}, length}});
+  if (!thumbnail.empty()) {
+    b.Patch32(dir.value_field[1], b.Append(thumbnail));
+    b.Patch32(dir.value_field[2], static_cast<uint32_t>(thumbnail.size()));
+  }
+  return b.ExifPayload();
+}
+
+Bytes NestedThumbnails(int levels) {
+  const Bytes tiny = TinyGrayJpeg();
+  Bytes inner = tiny;
+  for (int i = 1; i < levels; ++i) {
+    TiffBuilder t(i % 2 == 0);
+    t.Directory({{0x201, 4, 1, {}, 38}, {0x202, 4, 1, {}, static_cast<uint32_t>(inner.size())}});
+    t.Append(inner);
+    JpegBuilder b;
+    b.Soi().Segment(0xE1, t.ExifPayload());
+    if (i + 1 == levels) {
+      b.Raw(Bytes(tiny.begin() + 2, tiny.end()));  // the file's own tables, so its pixels decode
+    } else {
+      b.Sof(0xC0, 8, 8, 8, {{1, 0x11, 0}}).Sos({{1, 0x00}}).Eoi();
+    }
+    inner = b.bytes();
+  }
+  return inner;
 }
 
 }  // namespace corvi::test

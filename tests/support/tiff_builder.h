@@ -46,12 +46,10 @@ class TiffBuilder {
   // Writes the 8-byte header, "II" or "MM", 42, and the first offset (patchable at 4).
   explicit TiffBuilder(bool motorola, uint32_t first_offset = 8);
 
-  bool motorola() const { return big_endian; }
   uint32_t Here() const { return static_cast<uint32_t>(data.size()); }
 
   // Numbers in the builder's byte order.
   Bytes Short(uint16_t v) const;
-  Bytes Shorts(const std::vector<uint16_t>& values) const;
   Bytes Long(uint32_t v) const;
   Bytes Rational(uint32_t numerator, uint32_t denominator) const;
   static Bytes Ascii(const std::string& text);  // with its terminating zero
@@ -60,7 +58,6 @@ class TiffBuilder {
   uint32_t Append(const Bytes& bytes);
   // Writes a directory at the end: count, entries, next link, then the out-of-line values.
   TiffDirectoryPlace Directory(const std::vector<TiffEntryDef>& entries, uint32_t next = 0);
-  void Patch16(uint32_t at, uint16_t v);
   void Patch32(uint32_t at, uint32_t v);
 
   const Bytes& Tiff() const { return data; }
@@ -77,5 +74,14 @@ class TiffBuilder {
 Bytes JpegWithApp1(const Bytes& payload);
 // As above with `tail` behind the APP1 segment and before the rest of the stream.
 Bytes JpegWithApp1(const Bytes& payload, const Bytes& tail);
+
+// An Exif payload whose first directory holds Make "Cam" and the two thumbnail tags. The
+// thumbnail, when given, is stored behind the directory and named by them.
+Bytes ExifWithThumbnail(bool motorola, const Bytes& thumbnail, uint32_t offset = 0,
+                        uint32_t length = 0);
+// A file whose APP1 holds a thumbnail that holds an APP1 with a thumbnail, `levels` files in
+// all, alternating byte orders. Every level has a frame and a scan header, so that the headers
+// decode at every level; the innermost is TinyGrayJpeg, and the outermost has its tables.
+Bytes NestedThumbnails(int levels);
 
 }  // namespace corvi::test
