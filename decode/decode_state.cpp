@@ -2,7 +2,9 @@
 #include "decode/decode_state.h"
 
 #include <cstdio>
+#include <memory>
 
+#include "base/byte_order.h"
 #include "base/raw_layer.h"
 #include "base/raw_layer_exception.h"
 #include "decode/huffman.h"
@@ -116,6 +118,34 @@ void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer,
   } else {
     ThrowUnsupportedMode(state.frame_mode);
   }
+}
+
+int32_t ReadQuantTable(QuantTable* (&tables)[4], const uint8_t* payload, int32_t& position) {
+  const uint8_t b = payload[position];
+  ++position;
+  const int32_t index = b & 0x0F;  // Tq
+  if (index >= 4) {
+    throw RawLayerException(L"Invalid quantization table index");
+  }
+  if (tables[index] != nullptr) {
+    throw RawLayerException(L"Duplicate quantization table index");
+  }
+  auto table = std::make_unique<QuantTable>();
+  const bool wide = (b & 0x10) != 0;  // Pq: only this bit decides
+  table->precision = wide ? 16 : 8;
+  for (uint32_t i = 0; i < 64; ++i) {
+    uint32_t value;
+    if (wide) {
+      value = ReadBig16(payload + position);
+      position += 2;
+    } else {
+      value = payload[position];
+      position += 1;
+    }
+    table->values[zigzag[i]] = static_cast<float>(value);
+  }
+  tables[index] = table.release();
+  return index;
 }
 
 void PlanSampling(DecodeState& state) {

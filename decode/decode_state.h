@@ -77,6 +77,11 @@ struct DecodeState {
 // ITU T.81 Figure A.6: entry i is the natural index of the i-th coefficient in coded order.
 extern const uint32_t zigzag[64];
 
+// T.81 B.2.4.1: reads one table of a DQT payload at `position` (Pq/Tq, then 64 entries in zig-zag
+// order, 8 or 16 bits each) into `tables`, in natural order; moves `position` past it and returns
+// its index. Throws for an index of 4 or more and for an index already taken.
+int32_t ReadQuantTable(QuantTable* (&tables)[4], const uint8_t* payload, int32_t& position);
+
 // Applies every segment in file order, plans the sampling, names the mode and decodes the pixels
 // unless `header_only`.
 void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer, bool header_only);

@@ -6,6 +6,7 @@
 #include <memory>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -181,6 +182,24 @@ BlockKind KindOf(const ScanBand& band) {
     return band.high == 0 ? BlockKind::kAcFirst : BlockKind::kAcRefine;
   }
   return BlockKind::kMixed;
+}
+
+// Calls `run` with the kind as a compile-time constant (std::integral_constant): each routine is
+// instantiated once a kind.
+template <typename Run>
+void ForKind(BlockKind kind, Run&& run) {
+  switch (kind) {
+    case BlockKind::kDcFirst:
+      return run(std::integral_constant<BlockKind, BlockKind::kDcFirst>{});
+    case BlockKind::kDcRefine:
+      return run(std::integral_constant<BlockKind, BlockKind::kDcRefine>{});
+    case BlockKind::kAcFirst:
+      return run(std::integral_constant<BlockKind, BlockKind::kAcFirst>{});
+    case BlockKind::kAcRefine:
+      return run(std::integral_constant<BlockKind, BlockKind::kAcRefine>{});
+    case BlockKind::kMixed:
+      return run(std::integral_constant<BlockKind, BlockKind::kMixed>{});
+  }
 }
 
 // T.81 G.1.2.2: runs, values and end-of-band runs of a first AC scan.
@@ -1037,23 +1056,8 @@ void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader) 
   BindScanTables(state);
   const BlockLayout layout = PlannedLayout(state);
   const ScanBand band = BandOf(state);
-  switch (KindOf(band)) {
-    case BlockKind::kDcFirst:
-      Walk<BlockKind::kDcFirst>(state, layout, band, store, reader);
-      break;
-    case BlockKind::kDcRefine:
-      Walk<BlockKind::kDcRefine>(state, layout, band, store, reader);
-      break;
-    case BlockKind::kAcFirst:
-      Walk<BlockKind::kAcFirst>(state, layout, band, store, reader);
-      break;
-    case BlockKind::kAcRefine:
-      Walk<BlockKind::kAcRefine>(state, layout, band, store, reader);
-      break;
-    case BlockKind::kMixed:
-      Walk<BlockKind::kMixed>(state, layout, band, store, reader);
-      break;
-  }
+  ForKind(KindOf(band),
+          [&](auto kind) { Walk<decltype(kind)::value>(state, layout, band, store, reader); });
 }
 
 void DecodeProgressiveBlock(const DecodeState& state, int16_t* block, BitReader& reader,
@@ -1061,23 +1065,9 @@ void DecodeProgressiveBlock(const DecodeState& state, int16_t* block, BitReader&
                             uint32_t& eob_run) {
   // The routine that the scan walks run for this kind of band.
   const ScanBand band = BandOf(state);
-  switch (KindOf(band)) {
-    case BlockKind::kDcFirst:
-      DecodeUnit<BlockKind::kDcFirst>(band, block, reader, component, dc_predictor, eob_run);
-      break;
-    case BlockKind::kDcRefine:
-      DecodeUnit<BlockKind::kDcRefine>(band, block, reader, component, dc_predictor, eob_run);
-      break;
-    case BlockKind::kAcFirst:
-      DecodeUnit<BlockKind::kAcFirst>(band, block, reader, component, dc_predictor, eob_run);
-      break;
-    case BlockKind::kAcRefine:
-      DecodeUnit<BlockKind::kAcRefine>(band, block, reader, component, dc_predictor, eob_run);
-      break;
-    case BlockKind::kMixed:
-      DecodeUnit<BlockKind::kMixed>(band, block, reader, component, dc_predictor, eob_run);
-      break;
-  }
+  ForKind(KindOf(band), [&](auto kind) {
+    DecodeUnit<decltype(kind)::value>(band, block, reader, component, dc_predictor, eob_run);
+  });
 }
 
 }  // namespace corvi

@@ -42,30 +42,7 @@ void DQTMarker::Apply(DecodeState& state, RawLayer&, bool) {
   }
   int32_t position = 0;
   do {
-    uint8_t b = payload[position];
-    ++position;
-    uint32_t index = b & 0x0F;  // Tq
-    if (index >= 4) {
-      throw RawLayerException(L"Invalid quantization table index");
-    }
-    if (state.quant_tables[index] != nullptr) {
-      throw RawLayerException(L"Duplicate quantization table index");
-    }
-    auto table = std::make_unique<QuantTable>();
-    bool wide = (b & 0x10) != 0;  // Pq: only this bit decides
-    table->precision = wide ? 16 : 8;
-    for (uint32_t i = 0; i < 64; ++i) {
-      uint32_t value;
-      if (wide) {
-        value = ReadBig16(payload + position);
-        position += 2;
-      } else {
-        value = payload[position];
-        position += 1;
-      }
-      table->values[zigzag[i]] = static_cast<float>(value);
-    }
-    state.quant_tables[index] = table.release();
+    ReadQuantTable(state.quant_tables, payload, position);
   } while (position < length);
 }
 

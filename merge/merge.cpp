@@ -342,34 +342,13 @@ void ReadQuantisation(const JPEGReader::Marker& marker, MergeState& state) {
   const uint8_t* p = marker.payload;
   int32_t position = 0;
   while (position < marker.length) {
-    const uint8_t b = p[position++];
-    const int32_t index = b & 15;
-    if (index >= 4) {
-      throw RawLayerException(L"Invalid quantization table index");
-    }
-    if (state.quant_tables[index] != nullptr) {
-      throw RawLayerException(L"Duplicate quantization table index");
-    }
-    auto table = std::make_unique<QuantTable>();
-    const bool wide = (b & 0x10) != 0;
-    table->precision = wide ? 16 : 8;
-    for (int32_t k = 0; k < 64; ++k) {
-      uint32_t value;
-      if (wide) {
-        value = ReadBig16(p + position);
-        position += 2;
-      } else {
-        value = p[position];
-        position += 1;
-      }
-      table->values[zigzag[k]] = static_cast<float>(value);
-    }
+    const int32_t index = ReadQuantTable(state.quant_tables, p, position);
+    const QuantTable* table = state.quant_tables[index];
     auto reciprocal = std::make_unique<QuantTable>();
     reciprocal->precision = 8;
     for (int32_t i = 0; i < 64; ++i) {
       reciprocal->values[i] = AANScale[i] / table->values[i];  // +infinity for a quantiser of 0
     }
-    state.quant_tables[index] = table.release();
     state.reciprocal_tables[index] = reciprocal.release();
   }
 }

@@ -4,8 +4,10 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 #include "base/raw_layer_exception.h"
 #include "platform/format.h"
@@ -142,10 +144,30 @@ std::vector<std::pair<size_t, size_t>> ScanDataRanges(const Bytes& file) {
   return ranges;
 }
 
+namespace {
+
+// The folders a test program made, removed with everything in them when it ends.
+struct TempDirs {
+  std::vector<std::string> paths;
+  ~TempDirs() {
+    for (const std::string& path : paths) {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
+  }
+};
+
+}  // namespace
+
 std::string MakeTempDir() {
+  static TempDirs made;
   char pattern[] = "/tmp/corvi-test-XXXXXX";
   const char* dir = mkdtemp(pattern);
-  return dir != nullptr ? std::string(dir) : std::string("/tmp");
+  if (dir == nullptr) {
+    return std::string("/tmp");
+  }
+  made.paths.emplace_back(dir);
+  return made.paths.back();
 }
 
 std::string WriteTempFile(const std::string& name, const Bytes& bytes) {
