@@ -148,46 +148,57 @@ int32_t ReadQuantTable(QuantTable* (&tables)[4], const uint8_t* payload, int32_t
   return index;
 }
 
-void PlanSampling(DecodeState& state) {
+SamplingPlan PlanFrameSampling(const ComponentInfo* const (&components)[4], uint32_t width,
+                               uint32_t height) {
   int32_t h[4];
   int32_t v[4];
   for (int slot = 0; slot < 4; ++slot) {
-    const ComponentInfo* c = state.components[slot];
+    const ComponentInfo* c = components[slot];
     h[slot] = c != nullptr ? c->h : -1;
     v[slot] = c != nullptr ? c->v : -1;
   }
   const SamplingMode mode = MatchSampling(h, v);
-  if (mode != SamplingMode::kNone) {
-    const SamplingLayout& row = LayoutOf(mode);
-    state.sampling_mode = mode;
-    state.mcu_width = row.mcu_width;
-    state.mcu_height = row.mcu_height;
-    state.blocks_per_mcu = row.blocks_per_mcu;
-    // Unsigned 32-bit arithmetic: the frame's sizes are at most 65535, so nothing wraps.
-    uint32_t mcu_width = static_cast<uint32_t>(row.mcu_width);
-    uint32_t mcu_height = static_cast<uint32_t>(row.mcu_height);
-    uint32_t across = (state.width + mcu_width - 1) / mcu_width;
-    uint32_t down = (state.height + mcu_height - 1) / mcu_height;
-    state.mcus_across = static_cast<int32_t>(across);
-    state.mcus_down = static_cast<int32_t>(down);
-    state.mcu_count = static_cast<int32_t>(across * down);
-    state.blocks_per_row = static_cast<int32_t>(static_cast<uint32_t>(row.blocks_per_mcu) * across);
-    return;
-  }
-  constexpr size_t kCapacity = 200;
-  wchar_t message[kCapacity];
-  size_t used = FormatBuffer(message, kCapacity, L"Unsupported sampling (");
-  for (int slot = 0; slot < 4; ++slot) {
-    const ComponentInfo* c = state.components[slot];
-    if (c != nullptr && used + 1 < kCapacity) {
-      used +=
-          FormatBuffer(message + used, kCapacity - used, L" comp %d: %d x %d", slot, c->h, c->v);
+  if (mode == SamplingMode::kNone) {
+    constexpr size_t kCapacity = 200;
+    wchar_t message[kCapacity];
+    size_t used = FormatBuffer(message, kCapacity, L"Unsupported sampling (");
+    for (int slot = 0; slot < 4; ++slot) {
+      const ComponentInfo* c = components[slot];
+      if (c != nullptr && used + 1 < kCapacity) {
+        used +=
+            FormatBuffer(message + used, kCapacity - used, L" comp %d: %d x %d", slot, c->h, c->v);
+      }
     }
+    if (used + 1 < kCapacity) {
+      FormatBuffer(message + used, kCapacity - used, L" )");
+    }
+    throw RawLayerException(message);
   }
-  if (used + 1 < kCapacity) {
-    FormatBuffer(message + used, kCapacity - used, L" )");
-  }
-  throw RawLayerException(message);
+  const SamplingLayout& layout = LayoutOf(mode);
+  // Unsigned 32-bit arithmetic: the frame's sizes are at most 65535, so nothing wraps.
+  const auto mcu_width = static_cast<uint32_t>(layout.mcu_width);
+  const auto mcu_height = static_cast<uint32_t>(layout.mcu_height);
+  const uint32_t across = (width + mcu_width - 1) / mcu_width;
+  const uint32_t down = (height + mcu_height - 1) / mcu_height;
+  return SamplingPlan{mode,
+                      layout.mcu_width,
+                      layout.mcu_height,
+                      layout.blocks_per_mcu,
+                      static_cast<int32_t>(across),
+                      static_cast<int32_t>(down),
+                      static_cast<int32_t>(across * down)};
+}
+
+void PlanSampling(DecodeState& state) {
+  const SamplingPlan plan = PlanFrameSampling(state.components, state.width, state.height);
+  state.sampling_mode = plan.mode;
+  state.mcu_width = plan.mcu_width;
+  state.mcu_height = plan.mcu_height;
+  state.blocks_per_mcu = plan.blocks_per_mcu;
+  state.mcus_across = plan.mcus_across;
+  state.mcus_down = plan.mcus_down;
+  state.mcu_count = plan.mcu_count;
+  state.blocks_per_row = plan.blocks_per_mcu * plan.mcus_across;
 }
 
 int32_t ComponentSlot(uint8_t id, int32_t position) {

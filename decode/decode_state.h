@@ -86,6 +86,22 @@ int32_t ReadQuantTable(QuantTable* (&tables)[4], const uint8_t* payload, int32_t
 // unless `header_only`.
 void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer, bool header_only);
 
+// A frame's sampling layout and MCU grid.
+struct SamplingPlan {
+  SamplingMode mode;
+  int32_t mcu_width;
+  int32_t mcu_height;
+  int32_t blocks_per_mcu;
+  int32_t mcus_across;
+  int32_t mcus_down;
+  int32_t mcu_count;
+};
+
+// The plan of a frame of `width` x `height` whose components are `components` (by slot); throws
+// "Unsupported sampling ( comp N: H x V ... )" for factors that match no layout.
+SamplingPlan PlanFrameSampling(const ComponentInfo* const (&components)[4], uint32_t width,
+                               uint32_t height);
+
 // Accepts or refuses the sampling factors and derives the MCU geometry.
 void PlanSampling(DecodeState& state);
 

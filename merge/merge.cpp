@@ -382,42 +382,14 @@ void ReadScan(const JPEGReader::Marker& marker, MergeState& state) {
 }
 
 void PlanMergeSampling(MergeState& state) {
-  const ComponentInfo* const* c = state.components;
-  int32_t h[4];
-  int32_t v[4];
-  for (int slot = 0; slot < 4; ++slot) {
-    h[slot] = c[slot] != nullptr ? c[slot]->h : -1;
-    v[slot] = c[slot] != nullptr ? c[slot]->v : -1;
-  }
-  const SamplingMode mode = MatchSampling(h, v);
-  if (mode == SamplingMode::kNone) {
-    constexpr size_t kCapacity = 200;
-    wchar_t message[kCapacity];
-    size_t used = FormatBuffer(message, kCapacity, L"Unsupported sampling (");
-    for (int32_t slot = 0; slot < 4; ++slot) {
-      if (c[slot] != nullptr && used + 1 < kCapacity) {
-        used += FormatBuffer(message + used, kCapacity - used, L" comp %d: %d x %d", slot,
-                             c[slot]->h, c[slot]->v);
-      }
-    }
-    if (used + 1 < kCapacity) {
-      FormatBuffer(message + used, kCapacity - used, L" )");
-    }
-    throw RawLayerException(message);
-  }
-  const SamplingLayout& layout = LayoutOf(mode);
-  state.sampling_mode = mode;
-  state.mcu_width = layout.mcu_width;
-  state.mcu_height = layout.mcu_height;
-  state.blocks_per_mcu = layout.blocks_per_mcu;
-  // The frame's sizes are at most 65535: nothing here wraps.
-  const uint32_t across = (state.width + static_cast<uint32_t>(state.mcu_width) - 1) /
-                          static_cast<uint32_t>(state.mcu_width);
-  const uint32_t down = (state.height + static_cast<uint32_t>(state.mcu_height) - 1) /
-                        static_cast<uint32_t>(state.mcu_height);
-  state.mcus_across = static_cast<int32_t>(across);
-  state.mcus_down = static_cast<int32_t>(down);
-  state.mcu_count = static_cast<int32_t>(across * down);
+  const SamplingPlan plan = PlanFrameSampling(state.components, state.width, state.height);
+  state.sampling_mode = plan.mode;
+  state.mcu_width = plan.mcu_width;
+  state.mcu_height = plan.mcu_height;
+  state.blocks_per_mcu = plan.blocks_per_mcu;
+  state.mcus_across = plan.mcus_across;
+  state.mcus_down = plan.mcus_down;
+  state.mcu_count = plan.mcu_count;
 }
 
 }  // namespace corvi
