@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -64,18 +65,16 @@ Bytes GrayTemplate(uint16_t size, const Bytes& app1, uint8_t sof) {
       .bytes();
 }
 
-ExifThumbnail MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra,
-                                uint32_t padding) {
+Bytes MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra, uint32_t padding) {
   TiffBuilder b(motorola);
   auto dir = b.Directory(
       {{0x10F, 2, 4, TiffBuilder::Ascii("Cam")}, {0x201, 4, 1, {}, 0}, {0x202, 4, 1, {}, 0}});
   b.Append(Bytes(padding, 0));
   Bytes stored = thumbnail;
   stored.insert(stored.end(), extra, 0);
-  const uint32_t at = b.Append(stored);
-  b.Patch32(dir.value_field[1], at);
+  b.Patch32(dir.value_field[1], b.Append(stored));
   b.Patch32(dir.value_field[2], static_cast<uint32_t>(stored.size()));
-  return {b.ExifPayload(), dir.value[0] + 6, dir.value_field[2] + 6, at + 6};
+  return b.ExifPayload();
 }
 
 MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background,
@@ -86,15 +85,14 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
     out.error = L"scan: " + scan.error;
     return out;
   }
-  const std::filesystem::path dir = MakeTempDir();
-  const std::filesystem::path path = dir / "out.jpg";
-  std::ofstream(path, std::ios::binary) << "old contents";
+  const std::filesystem::path dir = MakeTempDir(), previous = std::filesystem::current_path();
+  std::filesystem::current_path(dir);
+  std::ofstream("out.jpg", std::ios::binary) << "old contents";
   const PropertyList none;
   try {
-    OutputFile file(path.wstring().c_str());
+    OutputFile file(L"out.jpg");
     try {
-      Merge(file, layer, *scan.markers, overrides != nullptr ? *overrides : none, background,
-            dir.wstring().c_str());
+      Merge(file, layer, *scan.markers, overrides != nullptr ? *overrides : none, background);
     } catch (const RawLayerException& e) {
       out.error = e.message != nullptr ? e.message : L"(null)";
     }
@@ -103,7 +101,8 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
   } catch (const RawLayerException& e) {
     out.error = L"open: " + std::wstring(e.message != nullptr ? e.message : L"(null)");
   }
-  out.bytes = ReadFile(path.string());
+  std::filesystem::current_path(previous);
+  out.bytes = ReadFile((dir / "out.jpg").string());
   const auto files = std::distance(std::filesystem::directory_iterator(dir), {});
   EXPECT_TRUE(!out.error.empty() || files == 1) << "a temporary file is left";
   std::filesystem::remove_all(dir);
@@ -124,12 +123,23 @@ bool DecodeBytes(const Bytes& jpeg, RawLayer& layer) {
   return layer.pixels != nullptr;
 }
 
-uint64_t Fnv1a64(const Bytes& bytes) {
+uint64_t Fnv1a64(const void* data, size_t size) {
   uint64_t hash = 0xCBF29CE484222325u;
-  for (uint8_t b : bytes) {
-    hash = (hash ^ b) * 0x100000001B3u;
+  for (size_t i = 0; i < size; ++i) {
+    hash = (hash ^ static_cast<const uint8_t*>(data)[i]) * 0x100000001B3u;
   }
   return hash;
+}
+
+void ExpectGolden(const std::string& name, const std::string& text) {
+  const std::string path = std::string(CORVI_GOLDEN_DIR) + "/" + name;
+  const char* update = std::getenv("CORVI_UPDATE_GOLDEN");
+  if (update != nullptr && std::string(update) == "1") {
+    std::ofstream(path, std::ios::binary) << text;
+    return;
+  }
+  const Bytes golden = ReadFile(path);
+  EXPECT_EQ(text, std::string(golden.begin(), golden.end())) << name;
 }
 
 std::vector<uint8_t> Rgb8(const RawLayer& layer, const Background* background, bool gray) {

@@ -22,15 +22,9 @@ void Rescale(const RawLayer& source, uint32_t width, uint32_t height, RawLayer& 
 Bytes GrayTemplate(uint16_t size, const Bytes& app1 = {}, uint8_t sof = 0xC0);
 
 // An APP1 payload ("Exif\0\0" and TIFF) with Make "Cam" and `thumbnail` behind `padding` zero
-// bytes, declared `extra` bytes longer than it is. Offsets are into the payload.
-struct ExifThumbnail {
-  Bytes payload;
-  uint32_t make_value = 0;    // Make's out-of-line value
-  uint32_t length_value = 0;  // the value field of tag 0x202
-  uint32_t thumbnail = 0;
-};
-ExifThumbnail MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra = 0,
-                                uint32_t padding = 0);
+// bytes, declared `extra` bytes longer than it is.
+Bytes MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra = 0,
+                        uint32_t padding = 0);
 
 struct MergeOutput {
   Bytes bytes;         // the output file after Merge, which held other bytes before
@@ -38,15 +32,19 @@ struct MergeOutput {
   uint32_t size = 0;   // OutputFile bookkeeping after Merge
   uint32_t position = 0;
 };
-// Merges into a file that held other bytes; a thumbnail goes through a private directory, which
-// must hold nothing else afterwards.
+// Merges into a file that held other bytes, in a fresh current directory: a thumbnail goes
+// through the default temporary file, which must be gone afterwards.
 MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background,
                        const PropertyList* overrides = nullptr);
 
 // Decodes with corvi's decoder; false when the stream does not scan or decode.
 bool DecodeBytes(const Bytes& jpeg, RawLayer& layer);
 
-uint64_t Fnv1a64(const Bytes& bytes);
+uint64_t Fnv1a64(const void* data, size_t size);
+
+// Compares `text` with tests/golden/`name`; with CORVI_UPDATE_GOLDEN=1 it rewrites the file, to
+// be reviewed as a diff.
+void ExpectGolden(const std::string& name, const std::string& text);
 
 // The top bytes of a layer's RGB, composited over `background` when given (and, for `gray`, the
 // mean of the channels taken first, as grey frames do).
