@@ -1,6 +1,7 @@
 // The record of which bytes of a mapped file have been claimed by a parser.
 #include "base/byte_coverage.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -58,6 +59,12 @@ ByteCoverage::ByteCoverage(const uint8_t* data, int32_t length)
 }
 
 void ByteCoverage::IdentifyAt(int64_t offset, int32_t length) {
+  if (claims != nullptr) {
+    const int64_t clamped = offset < 0 ? 0 : (offset > data_length ? data_length : offset);
+    const int64_t end =
+        length <= 0 ? clamped : clamped + std::min<int64_t>(length, data_length - clamped);
+    last_attempt = ByteRange{static_cast<int32_t>(clamped), static_cast<int32_t>(end)};
+  }
   if (length < 0) {
     throw RawLayerException(L"Invalid header length or corrupt data");
   }
@@ -92,6 +99,9 @@ void ByteCoverage::IdentifyAt(int64_t offset, int32_t length) {
     r->second = end32;
   }
   left -= static_cast<uint32_t>(length);
+  if (claims != nullptr && length > 0) {
+    claims->push_back(ClaimRecord{start32, end32, owner});
+  }
 }
 
 bool ByteCoverage::IsUnidentifiedAt(int64_t offset, int32_t length) const {

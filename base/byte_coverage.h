@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <vector>
 
 namespace corvi {
 
@@ -10,6 +11,14 @@ namespace corvi {
 struct ByteRange {
   int32_t start;
   int32_t end;
+};
+
+// One claim as a map of the file shows it: offsets from the start of the covered data, start
+// inclusive, end exclusive, and the structure that made it.
+struct ClaimRecord {
+  int32_t start;
+  int32_t end;
+  const void* owner;
 };
 
 // A growable array of ranges, used as the stack of limits: capacity 4 at first; n entries above
@@ -72,6 +81,13 @@ class ByteCoverage {
   // Valid as long as the covered bytes do not change.
   int64_t eoi_clear_low = 0;
   int64_t eoi_clear_high = -1;
+
+  // When set, every claim is appended with the owner in effect (the segment scans set the
+  // segment whose payload is being parsed), and every attempt, granted or refused, is kept in
+  // `last_attempt`: where a failing scan stopped.
+  std::vector<ClaimRecord>* claims = nullptr;
+  const void* owner = nullptr;
+  ByteRange last_attempt{0, 0};
 
   // How deep the parsers of this file may nest (0: no limit), and how deep thumbnails nest now.
   uint32_t max_thumbnail_depth = 0;

@@ -8,14 +8,15 @@ include(CMakePackageConfigHelpers)
 set(CORVI_PUBLIC_HEADERS
     base/byte_coverage.h base/byte_order.h base/limits.h base/property.h base/raw_layer.h
     base/raw_layer_exception.h base/sampling.h decode/decode_state.h exif/tag_names.h
-    exif/tiff_entry.h jpeg/jpeg_reader.h jpeg/markers.h merge/merge.h platform/format.h)
+    exif/tiff_entry.h jpeg/jpeg_reader.h jpeg/markers.h map/map_page.h merge/merge.h
+    platform/format.h)
 foreach(header ${CORVI_PUBLIC_HEADERS})
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/corvi/${folder})
 endforeach()
 install(FILES corvi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/corvi)
 
-install(TARGETS corvi corvi-merge RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS corvi corvi-merge corvi-map RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS corvi_lib EXPORT corviTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -34,4 +35,4 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/corviConfig.cmake
 configure_file(cmake/corvi.pc.in ${CMAKE_CURRENT_BINARY_DIR}/corvi.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/corvi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-install(FILES man/corvi.1 man/corvi-merge.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES man/corvi.1 man/corvi-merge.1 man/corvi-map.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

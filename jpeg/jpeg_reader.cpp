@@ -164,6 +164,7 @@ void JPEGReader::Scan() {
   coverage = new ByteCoverage(view, static_cast<int32_t>(length));
   coverage->max_thumbnail_depth = limits.max_thumbnail_depth;
   coverage->max_directory_depth = limits.max_directory_depth;
+  coverage->claims = claims;
   markers->Scan(*coverage, view, static_cast<int32_t>(length - 2));
 }
 
@@ -195,6 +196,26 @@ void MarkerList::Reserve(uint32_t needed) {
   items = grown;
   capacity = new_capacity;
 }
+
+namespace {
+
+// Makes `owner` the owner of the claims for a scope, also when the scope ends by an exception
+// that a caller swallows (a failing thumbnail).
+class OwnerScope {
+ public:
+  OwnerScope(ByteCoverage& claims, const void* owner) : coverage(claims), saved(claims.owner) {
+    coverage.owner = owner;
+  }
+  OwnerScope(const OwnerScope&) = delete;
+  OwnerScope& operator=(const OwnerScope&) = delete;
+  ~OwnerScope() { coverage.owner = saved; }
+
+ private:
+  ByteCoverage& coverage;
+  const void* saved;
+};
+
+}  // namespace
 
 void MarkerList::Scan(ByteCoverage& coverage, const uint8_t* data, int32_t search_start) {
   // The stream's offset in the covered data; every position is claimed before it is read, so a
@@ -240,7 +261,11 @@ void MarkerList::Scan(ByteCoverage& coverage, const uint8_t* data, int32_t searc
     // `position` was just claimed up to here, so the payload pointer is inside or just behind
     // the data.
     Append(MakeMarker(code, length, data + position));
-    items[count - 1]->Parse(coverage);
+    {
+      // The payload's claims belong to the segment; the stream's own bytes to the stream's owner.
+      OwnerScope scope(coverage, items[count - 1]);
+      items[count - 1]->Parse(coverage);
+    }
     position += length;
     if (code == 0xDA) {
       int64_t compressed = eoi - position;

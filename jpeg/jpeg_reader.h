@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "base/byte_order.h"
 #include "base/limits.h"
@@ -11,6 +12,7 @@ namespace corvi {
 
 class ByteCoverage;
 class OutStream;
+struct ClaimRecord;
 struct DecodeState;
 struct RawLayer;
 struct PropertyList;
@@ -76,6 +78,8 @@ class JPEGReader : public MappedFile {
   ByteCoverage* coverage = nullptr;  // owned
   // What a scan may cost; the nesting depths go to the coverage. The tool sets no limits.
   Limits limits;
+  // When set before Scan, every claim is recorded here with its owner (see ByteCoverage).
+  std::vector<ClaimRecord>* claims = nullptr;
 };
 
 // Owning growable array of segments in file order, with the compressed data behind the first SOS.

@@ -203,7 +203,11 @@ OutStream::OutStream(int descriptor, bool flush_each_print)
     : fd(descriptor), flush_each(flush_each_print) {}
 
 OutStream::~OutStream() {
-  Flush();
+  try {
+    Flush();
+  } catch (const Full&) {
+    // a memory stream past its limit: the text is cut there already
+  }
 }
 
 void OutStream::Put(wchar_t c) {
@@ -229,8 +233,14 @@ void OutStream::Flush() {
     return;
   }
   if (fd < 0) {
-    memory.append(buffer, used);
+    const size_t room = memory_limit - memory.size();
+    const size_t taken = used < room ? used : room;
+    memory.append(buffer, taken);
+    const bool full = taken < used;
     used = 0;
+    if (full) {
+      throw Full{};
+    }
     return;
   }
   size_t done = 0;

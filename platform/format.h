@@ -78,6 +78,10 @@ class OutStream final : public WideSink {
   void Flush();
   // Memory streams: the text written so far (flushed into it).
   const std::string& Text();
+  // Memory streams: once the text would pass `bytes`, it keeps its first `bytes` and the next
+  // write throws Full, so that a caller can end a dump of any length early.
+  struct Full {};
+  void LimitMemory(size_t bytes) { memory_limit = bytes; }
   bool flush_each_print() const { return flush_each; }
 
  private:
@@ -91,6 +95,7 @@ class OutStream final : public WideSink {
   bool flush_each;
   size_t used = 0;
   std::string memory;
+  size_t memory_limit = static_cast<size_t>(-1);
   char buffer[kCapacity];
 };
 
