@@ -1,7 +1,13 @@
 // Reference decoders written step by step from the rules, without lookups or shortcuts.
 #include "tests/support/literal_decode.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <vector>
 
 #include "base/raw_layer.h"
@@ -187,6 +193,62 @@ DecodeOutcome DecodeLiterally(const Bytes& bytes) {
     error = e.message;
   }
   return Outcome(layer, error);
+}
+
+std::vector<Variant> DamagedVariants(const Bytes& file, size_t scan_cuts, size_t points) {
+  std::vector<Variant> variants{{"intact", file, true}};
+  const auto ranges = ScanDataRanges(file);
+  auto part = [&](size_t from, size_t to) { return Bytes(file.begin() + from, file.begin() + to); };
+  for (size_t s = 0; s < ranges.size(); ++s) {
+    const auto [start, end] = ranges[s];
+    const std::string scan = "scan " + std::to_string(s) + ": ";
+    // The scan runs dry at the next marker, where a plan says; a later refinement may then go
+    // wrong anywhere.
+    for (size_t i = 0; i < scan_cuts; ++i) {
+      const size_t keep = scan_cuts == 1 ? (end - start) / 2 : (end - start) * i / scan_cuts;
+      Bytes cut = part(0, start + keep);
+      cut.insert(cut.end(), file.begin() + static_cast<ptrdiff_t>(end), file.end());
+      variants.push_back({scan + "data cut at " + std::to_string(i), cut, false});
+    }
+    if (s + 1 == ranges.size()) {
+      break;  // behind the last scan only the end-of-image marker follows
+    }
+    // Filler before the marker behind the scan is passed over; anything else is refused there.
+    const struct {
+      const char* name;
+      Bytes bytes;
+      bool planned;
+    } behind[] = {
+        {"zero bytes", {0, 0, 0}, true},
+        {"stuffed pair", {0xFF, 0x00}, true},
+        {"stray byte", {0x12}, false},
+        {"fill byte", {0xFF}, false},
+        {"restart marker", {0xFF, 0xD3}, false},
+        {"segment", {0xFF, 0xE1, 0x00, 0x04, 'a', 'b'}, false},
+        {"empty DHT", {0xFF, 0xC4, 0x00, 0x02}, false},
+    };
+    const auto& b = behind[s % std::size(behind)];
+    Bytes inserted = part(0, end);
+    inserted.insert(inserted.end(), b.bytes.begin(), b.bytes.end());
+    inserted.insert(inserted.end(), file.begin() + static_cast<ptrdiff_t>(end), file.end());
+    variants.push_back({scan + b.name + " behind", inserted, b.planned});
+  }
+  const size_t first = ranges.empty() ? 2 : ranges.front().first;
+  for (size_t i = 1; i <= points && first + 4 < file.size(); ++i) {
+    const size_t at = first + (file.size() - 4 - first) * i / (points + 1);
+    const std::string where = " at " + std::to_string(at);
+    Bytes cut = part(0, at);
+    cut.insert(cut.end(), {0xFF, 0xD9});
+    variants.push_back({"cut" + where, cut, false});
+    Bytes marked = file;
+    marked[at] = 0xFF;
+    marked[at + 1] = static_cast<uint8_t>(0xD0 + i % 8);
+    variants.push_back({"restart marker" + where, marked, false});
+    Bytes zeroed = file;
+    std::fill(zeroed.begin() + at, zeroed.begin() + std::min(at + 20, file.size() - 2), 0);
+    variants.push_back({"zeros" + where, zeroed, false});
+  }
+  return variants;
 }
 
 }  // namespace corvi::test

@@ -1,10 +1,12 @@
 // Reference decoders written step by step from the rules, without lookups or shortcuts: the
-// production decoders are compared with these on the same input.
+// production decoders are compared with these on the same input. And the decoder's golden files.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include "tests/support/golden.h"
 #include "tests/support/jpeg_builder.h"
 
 namespace corvi::test {
@@ -32,5 +34,17 @@ DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle = true, bool 
 // through DecodeSymbol and ReceiveBits, every block cleared and decoded in full. Frames of
 // other modes give the library's outcome.
 DecodeOutcome DecodeLiterally(const Bytes& bytes);
+
+// A file made from another, for comparing decodes of damaged streams.
+struct Variant {
+  std::string name;
+  Bytes bytes;
+  bool planned;  // a plan of the scans made from the markers holds (see scan_threads.h)
+};
+
+// The file itself; each scan's data cut at `scan_cuts` points (one: halfway), the segments behind
+// kept, with one kind of filler or segment put behind each scan but the last in turn; and at
+// `points` points across the data: a cut closed by EOI, a restart marker, a run of zero bytes.
+std::vector<Variant> DamagedVariants(const Bytes& file, size_t scan_cuts, size_t points);
 
 }  // namespace corvi::test

@@ -131,17 +131,6 @@ uint64_t Fnv1a64(const void* data, size_t size) {
   return hash;
 }
 
-void ExpectGolden(const std::string& name, const std::string& text) {
-  const std::string path = std::string(CORVI_GOLDEN_DIR) + "/" + name;
-  const char* update = std::getenv("CORVI_UPDATE_GOLDEN");
-  if (update != nullptr && std::string(update) == "1") {
-    std::ofstream(path, std::ios::binary) << text;
-    return;
-  }
-  const Bytes golden = ReadFile(path);
-  EXPECT_EQ(text, std::string(golden.begin(), golden.end())) << name;
-}
-
 std::vector<uint8_t> Rgb8(const RawLayer& layer, const Background* background, bool gray) {
   std::vector<uint8_t> out;
   for (uint64_t i = 0; i < uint64_t{layer.width} * layer.height; ++i) {

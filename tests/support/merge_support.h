@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/raw_layer.h"
+#include "tests/support/golden.h"
 #include "tests/support/jpeg_builder.h"
 
 namespace corvi::test {
@@ -41,10 +42,6 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
 bool DecodeBytes(const Bytes& jpeg, RawLayer& layer);
 
 uint64_t Fnv1a64(const void* data, size_t size);
-
-// Compares `text` with tests/golden/`name`; with CORVI_UPDATE_GOLDEN=1 it rewrites the file, to
-// be reviewed as a diff.
-void ExpectGolden(const std::string& name, const std::string& text);
 
 // The top bytes of a layer's RGB, composited over `background` when given (and, for `gray`, the
 // mean of the channels taken first, as grey frames do).

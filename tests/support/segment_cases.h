@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/format.h"
+#include "tests/support/golden.h"
 #include "tests/support/jpeg_builder.h"
 
 namespace corvi::test {
@@ -57,20 +58,6 @@ inline std::string ScanReport(const Bytes& stream, const Limits& limits = Limits
 }
 
 using NamedStreams = std::vector<std::pair<std::string, Bytes>>;
-
-// Compares `text` with tests/golden/NAME.txt. With CORVI_UPDATE_GOLDEN=1 the file is rewritten
-// instead; review the change as a diff.
-inline void ExpectGolden(const std::string& name, const std::string& text) {
-  const std::string path = std::string(CORVI_GOLDEN_DIR) + "/" + name + ".txt";
-  const char* update = std::getenv("CORVI_UPDATE_GOLDEN");
-  if (update != nullptr && std::strcmp(update, "1") == 0) {
-    std::ofstream(path, std::ios::binary) << text;
-    return;
-  }
-  const Bytes expected = ReadFile(path);
-  ASSERT_FALSE(expected.empty()) << "missing " << path;
-  EXPECT_EQ(text, std::string(expected.begin(), expected.end())) << name;
-}
 
 // The reports of named streams, each under a "== NAME" line, compared with one golden file.
 inline void ExpectGoldenScans(const std::string& golden, const NamedStreams& streams) {
