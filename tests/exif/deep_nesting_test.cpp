@@ -1,12 +1,10 @@
-// Nesting as deep as a segment allows: thumbnails inside thumbnails, sub-directory chains and
-// maker notes inside maker notes. The scan, the dump, the decode of the headers and the end of
-// the objects all run on a thread with a stack of 512 KB, half of the 1 MB they must fit in
-// (more under the address sanitizer, whose frames are several times larger), and the depth is
-// checked in the dump.
+// Nesting as deep as a segment allows: thumbnails in thumbnails, sub-directory chains and maker
+// notes in maker notes. Scan, dump, header decode and the end of the objects run on a thread
+// with half the 1 MB stack they must fit in (more under the address sanitizer, whose frames are
+// several times larger); the depth is checked in the dump.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <cstring>
 #include <functional>
 #include <string>
 
@@ -14,7 +12,6 @@
 #include "base/raw_layer_exception.h"
 #include "decode/decode_state.h"
 #include "platform/format.h"
-#include "tests/support/segment_cases.h"
 #include "tests/support/tiff_builder.h"
 
 namespace corvi {
@@ -46,9 +43,31 @@ void RunOnSmallStack(const std::function<void()>& work) {
   pthread_attr_destroy(&attributes);
 }
 
-// Intel TIFF data: IFD0 with a Make "Canon" when `canon`, then `levels` directories of one entry
-// each, every one opening the next with `tag` (an Exif pointer, or a maker note of 5 bytes). A
-// directory's next link is not read, so the next directory starts right behind its entry.
+// A file whose APP1 holds a thumbnail that holds an APP1 with a thumbnail, `levels` files in
+// all, alternating byte orders. Every level has a frame and a scan header, so that the headers
+// decode at every level; the innermost is TinyGrayJpeg, and the outermost has its tables.
+Bytes NestedThumbnails(int levels) {
+  const Bytes tiny = test::TinyGrayJpeg();
+  Bytes inner = tiny;
+  for (int i = 1; i < levels; ++i) {
+    test::TiffBuilder t(i % 2 == 0);
+    t.Directory({{0x201, 4, 1, {}, 38}, {0x202, 4, 1, {}, static_cast<uint32_t>(inner.size())}});
+    t.Append(inner);
+    test::JpegBuilder b;
+    b.Soi().Segment(0xE1, t.ExifPayload());
+    if (i + 1 == levels) {
+      b.Raw(Bytes(tiny.begin() + 2, tiny.end()));  // the file's own tables, so its pixels decode
+    } else {
+      b.Sof(0xC0, 8, 8, 8, {{1, 0x11, 0}}).Sos({{1, 0x00}}).Eoi();
+    }
+    inner = b.bytes();
+  }
+  return inner;
+}
+
+// A file with Intel TIFF data: IFD0 with a Make "Canon" when `canon`, then `levels` directories
+// of one entry each, every one opening the next with `tag` (an Exif pointer, or a maker note of
+// 5 bytes) right behind the entry: a directory's next link is not read.
 Bytes DirectoryChain(int levels, uint16_t tag, bool canon) {
   test::TiffBuilder t(false);
   if (canon) {
@@ -56,11 +75,14 @@ Bytes DirectoryChain(int levels, uint16_t tag, bool canon) {
   }
   const bool note = tag == 0x927C;
   for (int i = canon ? 1 : 0; i < levels; ++i) {
-    t.Append(test::Concat({t.Short(1), t.Short(tag), t.Short(note ? 7 : 4), t.Long(note ? 5 : 1),
-                           t.Long(t.Here() + 14)}));
+    const uint32_t next = t.Here() + 14;
+    for (const Bytes& part :
+         {t.Short(1), t.Short(tag), t.Short(note ? 7 : 4), t.Long(note ? 5 : 1), t.Long(next)}) {
+      t.Append(part);
+    }
   }
   t.Append(Bytes(6, 0));
-  return t.ExifPayload();
+  return test::JpegWithApp1(t.ExifPayload());
 }
 
 size_t Count(const std::string& text, const std::string& what) {
@@ -71,22 +93,18 @@ size_t Count(const std::string& text, const std::string& what) {
   return n;
 }
 
-struct DeepCase {
-  const char* name;
-  Bytes file;
-  const char* level_line;  // a dump line that each level prints once
-  size_t levels;
-};
-
 TEST(DeepNesting, ScansDumpsAndDecodesWithinASmallStack) {
-  const DeepCase cases[] = {
-      {"thumbnails", test::NestedThumbnails(860), "Thumbnail:", 859},
-      {"Exif sub-directories", test::JpegWithApp1(DirectoryChain(4600, 0x8769, false)),
-       "ExifOffset", 4600},
-      {"Canon maker notes", test::JpegWithApp1(DirectoryChain(4600, 0x927C, true)), "MakerNote",
-       4600},
+  const struct {
+    const char* name;
+    Bytes file;
+    const char* level_line;  // a dump line that each level prints once
+    size_t levels;
+  } cases[] = {
+      {"thumbnails", NestedThumbnails(860), "Thumbnail:", 859},
+      {"Exif sub-directories", DirectoryChain(4600, 0x8769, false), "ExifOffset", 4600},
+      {"Canon maker notes", DirectoryChain(4600, 0x927C, true), "MakerNote", 4600},
   };
-  for (const DeepCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     ASSERT_LE(c.file.size(), 65535u + 200u);
     std::string dump;
@@ -121,13 +139,13 @@ TEST(DeepNesting, LimitsRefuseDeepNestingByName) {
     Bytes file;
     const wchar_t* error;
   } cases[] = {
-      {"thumbnails", test::NestedThumbnails(18), L"Thumbnails nested too deep (17, limit 16)"},
-      {"thumbnails within the limit", test::NestedThumbnails(17), L""},
-      {"directories", test::JpegWithApp1(DirectoryChain(300, 0x8769, false)),
+      {"thumbnails", NestedThumbnails(18), L"Thumbnails nested too deep (17, limit 16)"},
+      {"thumbnails within the limit", NestedThumbnails(17), L""},
+      {"directories", DirectoryChain(300, 0x8769, false),
        L"Directories nested too deep (257, limit 256)"},
-      {"maker notes", test::JpegWithApp1(DirectoryChain(300, 0x927C, true)),
+      {"maker notes", DirectoryChain(300, 0x927C, true),
        L"Directories nested too deep (257, limit 256)"},
-      {"directories within the limit", test::JpegWithApp1(DirectoryChain(256, 0x8769, false)), L""},
+      {"directories within the limit", DirectoryChain(256, 0x8769, false), L""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -26,9 +26,7 @@ constexpr const char* kExiftoolTags =
 
 // Trailing zero bytes and blanks are not part of the value.
 std::string Trim(std::string s) {
-  while (!s.empty() && (s.back() == '\0' || s.back() == ' ')) {
-    s.pop_back();
-  }
+  s.erase(s.find_last_not_of(std::string(" \0", 2)) + 1);  // npos + 1: all of it
   return s;
 }
 
@@ -63,13 +61,10 @@ TEST(ExifCorpus, AgreesWithExiftoolOnIFD0Values) {
   int compared = 0;
   std::istringstream lines(output);
   for (std::string line; std::getline(lines, line);) {
-    std::vector<std::string> f(1);
-    for (char c : line) {
-      if (c == '\t') {
-        f.emplace_back();
-      } else {
-        f.back().push_back(c);
-      }
+    std::vector<std::string> f;
+    std::istringstream fields(line);
+    for (std::string field; std::getline(fields, field, '\t');) {
+      f.push_back(field);
     }
     f.resize(9);
     SCOPED_TRACE(f[0]);

@@ -1,5 +1,4 @@
-// The segment scan: the EOI search, nested streams, the compressed block, the corpus and the
-// mapping of large files.
+// The segment scan: the EOI search, nested streams, the corpus and the mapping of large files.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,7 +19,6 @@ namespace corvi {
 namespace {
 
 using test::Bytes;
-using test::ScanBytes;
 
 // A thumbnail's scan runs over a part of the file: its end search looks at its own bytes only.
 TEST(MarkerListScan, InnerStreamSeesOnlyItsOwnBytes) {
@@ -33,29 +31,17 @@ TEST(MarkerListScan, InnerStreamSeesOnlyItsOwnBytes) {
   EXPECT_THROW(beyond.Scan(coverage, bytes.data() + 6, 100000), RawLayerException);
 }
 
-TEST(MarkerListScan, CompressedBlockPointsBehindTheScanHeader) {
-  Bytes bytes = test::Hex("FF D8 FF DA 00 08 01 01 00 00 3F 00 12 34 FF D9");
-  EXPECT_EQ(ScanBytes(bytes).markers->compressed_data, bytes.data() + 12);
-  EXPECT_EQ(ScanBytes({0xFF, 0xD8, 0xFF, 0xD9}).markers->compressed_data, nullptr);
-}
-
-// The end search as a plain walk back from `search_start`, one index at a time.
+// The end search as a plain walk back from `search_start`, one index at a time: the start is
+// looked at wherever it is, below it the walk keeps within the data and stops at index 2.
 int64_t PlainEOISearch(const Bytes& bytes, int64_t origin, int32_t search_start) {
   const int64_t last_pair = static_cast<int64_t>(bytes.size()) - origin - 2;
-  int64_t at = search_start;
-  for (;;) {
+  for (int64_t at = search_start; at == search_start || at >= 2; at = std::min(at - 1, last_pair)) {
     if (at >= 0 && at <= last_pair && bytes[origin + at] == 0xFF &&
         bytes[origin + at + 1] == 0xD9) {
       return at;
     }
-    --at;
-    if (at > last_pair) {
-      at = last_pair;
-    }
-    if (at < 2) {
-      return -1;
-    }
   }
+  return -1;
 }
 
 // Streams nested in one file share its coverage, and with it what earlier searches learnt: each
@@ -78,20 +64,11 @@ TEST(FindEOI, AgreesWithAPlainSearchWhateverTheOrder) {
     for (int query = 0; query < 400; ++query) {
       const int64_t origin = query % 4 == 0 ? query / 4 % (size + 1)  // nested, outermost first
                                             : static_cast<int64_t>(random() % (size + 1));
-      int32_t search_start = 0;
-      switch (random() % 4) {
-        case 0:
-          search_start = static_cast<int32_t>(size - origin - 2);  // to the end of the data
-          break;
-        case 1:
-          search_start = static_cast<int32_t>(random() % 6) - 2;  // -2 to 3
-          break;
-        case 2:
-          search_start = INT32_MAX - static_cast<int32_t>(random() % 3);
-          break;
-        default:
-          search_start = static_cast<int32_t>(random() % (size - origin + 5)) - 2;
-      }
+      const int32_t starts[] = {static_cast<int32_t>(size - origin - 2),  // to the end of the data
+                                static_cast<int32_t>(random() % 6) - 2,   // -2 to 3
+                                INT32_MAX - static_cast<int32_t>(random() % 3),
+                                static_cast<int32_t>(random() % (size - origin + 5)) - 2};
+      const int32_t search_start = starts[random() % 4];
       SCOPED_TRACE(testing::Message() << "origin " << origin << ", from " << search_start);
       ASSERT_EQ(FindEOI(coverage, bytes.data() + origin, search_start),
                 PlainEOISearch(bytes, origin, search_start));
@@ -137,15 +114,14 @@ TEST(JPEGReader, CorpusFilesLeaveKnownCounts) {
 // Offsets are signed 32-bit: files of 2 GiB and more are refused before they are mapped, with
 // their whole size. The files are sparse: nothing is written.
 TEST(JPEGReader, RefusesFilesOfTwoGigabytesAndMore) {
-  struct Case {
+  const struct {
     uint64_t size;
     const wchar_t* message;  // null: the file is mapped
-  };
-  const Case cases[] = {{0x7FFFFFFF, nullptr},
-                        {0x80000000, L"File too large (2147483648 bytes)"},
-                        {0x10000000A, L"File too large (4294967306 bytes)"}};
+  } cases[] = {{0x7FFFFFFF, nullptr},
+               {0x80000000, L"File too large (2147483648 bytes)"},
+               {0x10000000A, L"File too large (4294967306 bytes)"}};
   const std::filesystem::path dir = test::MakeTempDir();
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.size);
     const std::filesystem::path path = dir / "big.jpg";
     std::filesystem::remove(path);

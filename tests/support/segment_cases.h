@@ -1,71 +1,97 @@
-// Shared by the segment tests: byte helpers, one-segment streams, a text report of a scan and
-// the comparison of such reports with the golden files.
+// Shared by the segment and Exif tests: streams written in hex, the text reports of a scan and
+// of the values it applies, and golden files that hold each input stream beside its report.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <initializer_list>
+#include <functional>
+#include <sstream>
 #include <string>
-#include <utility>
-#include <vector>
 
+#include "base/raw_layer.h"
+#include "decode/decode_state.h"
+#include "jpeg/markers.h"
 #include "platform/format.h"
 #include "tests/support/golden.h"
 #include "tests/support/jpeg_builder.h"
 
 namespace corvi::test {
 
-inline Bytes Text(const char* text) {
-  return Bytes(text, text + std::strlen(text));
-}
-
-// Bytes written as hex pairs separated by blanks: "FF D8 FF D9".
-inline Bytes Hex(const char* text) {
+// Bytes as hex pairs between blanks, "AB*40" standing for 40 bytes 0xAB: "FF D8 00*3 FF D9".
+inline Bytes Hex(const std::string& text) {
   Bytes bytes;
-  for (const char* p = text; *p != 0; p += p[2] == 0 ? 2 : 3) {
-    bytes.push_back(static_cast<uint8_t>(std::stoi(std::string(p, 2), nullptr, 16)));
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    const auto value = static_cast<uint8_t>(std::stoi(word.substr(0, 2), nullptr, 16));
+    bytes.insert(bytes.end(), word.size() > 3 ? std::stoul(word.substr(3)) : 1, value);
   }
   return bytes;
 }
 
-inline Bytes Concat(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) {
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
-}
-
-// SOI, one segment, EOI: the segment's 0xFF is at offset 2 and its payload at offset 6.
-inline Bytes OneSegment(uint8_t code, const Bytes& payload) {
-  return JpegBuilder().Soi().Segment(code, payload).Eoi().bytes();
-}
-
 // A scan of `stream` as text: the error, the segment count, the bytes left unclaimed, the
-// compressed length and, when the scan succeeded, the dump. The bytes are copied to a buffer of
-// their exact size, so that the address sanitizer sees any read behind them.
-inline std::string ScanReport(const Bytes& stream, const Limits& limits = Limits::None()) {
+// length and start of the compressed data and, when the scan succeeded, the dump. The bytes are
+// copied to a buffer of their exact size, so that the address sanitizer sees any read behind them.
+inline std::string ScanReport(const Bytes& stream) {
   const Bytes exact(stream);
-  ScanResult r = ScanBytes(exact, limits);
+  ScanResult r = ScanBytes(exact);
   std::string text = r.error.empty() ? "" : "error: " + EncodeUtf8(r.error.c_str()) + "\n";
   text += std::to_string(r.markers->count) + " segments, " +
           std::to_string(r.coverage->LeftCount()) + " of " + std::to_string(exact.size()) +
-          " bytes left, compressed " + std::to_string(r.markers->compressed_length) + "\n";
+          " bytes left, compressed " + std::to_string(r.markers->compressed_length);
+  if (const uint8_t* at = r.markers->compressed_data) {
+    text.append(" from ").append(std::to_string(at - exact.data()));
+  }
+  text += "\n";
   return r.error.empty() ? text + DumpText(r, exact) : text;
 }
 
-using NamedStreams = std::vector<std::pair<std::string, Bytes>>;
-
-// The reports of named streams, each under a "== NAME" line, compared with one golden file.
-inline void ExpectGoldenScans(const std::string& golden, const NamedStreams& streams) {
-  std::string text;
-  for (const auto& [name, stream] : streams) {
-    text += "== " + name + "\n" + ScanReport(stream);
+// What applying every segment in turn leaves in a layer that held a Y Resolution of 7/3: its
+// size, each value's id, type and count, and the printed list; then the same for its thumbnail.
+inline std::string ApplyReport(const Bytes& stream) {
+  ScanResult r = ScanBytes(stream);
+  RawLayer layer;
+  DecodeState state;
+  layer.properties.SetRational(0x11B, 7, 3);
+  for (uint32_t i = 0; i < r.markers->count; ++i) {
+    r.markers->items[i]->Apply(state, layer, false);
   }
-  ExpectGolden(golden, text);
+  std::string text;
+  for (const RawLayer* l = &layer; l != nullptr; l = l == &layer ? layer.thumbnail : nullptr) {
+    text += "layer " + std::to_string(l->width) + "x" + std::to_string(l->height) +
+            (l->pixels != nullptr ? " with pixels\n" : "\n");
+    OutStream printed;
+    for (uint32_t i = 0; i < l->properties.count; ++i) {
+      const Property& p = *l->properties.items[i];
+      Print(printed, L"  %x type %u count %u\n", p.id, p.type, p.count);
+    }
+    l->properties.PrintProperties(printed);
+    text += printed.Text();
+  }
+  return text;
+}
+
+// Golden cases: each "== NAME" line is followed by its input stream on lines that start with
+// "<< ", then by the report that `report` gives for it. The reports are made afresh from the
+// inputs and the whole text is compared; an update keeps the inputs and rewrites the reports.
+inline void ExpectGoldenCases(const std::string& golden,
+                              const std::function<std::string(const Bytes&)>& report) {
+  const Bytes file = ReadFile(std::string(CORVI_GOLDEN_DIR) + "/" + golden + ".txt");
+  std::istringstream lines(std::string(file.begin(), file.end()));
+  std::string text, input;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("== ") && !text.empty()) {
+      text += report(Hex(input));
+      input.clear();
+    }
+    if (line.starts_with("== ") || line.starts_with("<< ")) {
+      text += line + "\n";
+      input += line.starts_with("<< ") ? line.substr(3) + " " : "";
+    }
+  }
+  ASSERT_FALSE(text.empty()) << "no cases in " << golden;
+  ExpectGolden(golden, text + report(Hex(input)));
 }
 
 }  // namespace corvi::test
