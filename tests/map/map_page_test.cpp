@@ -10,6 +10,7 @@
 #include <string>
 
 #include "jpeg/jpeg_reader.h"
+#include "jpeg/markers.h"
 #include "platform/format.h"
 #include "tests/support/jpeg_builder.h"
 #include "tests/support/process.h"
@@ -79,6 +80,42 @@ TEST(MapFile, SampleBandsClaimsExifAndThumbnail) {
   for (const MapBand& band : map.file.bands) {
     EXPECT_NE(dump.find(band.dump), std::string::npos) << band.kind;
   }
+}
+
+// Each claim names its owner: a segment's payload its segment (a thumbnail's segments theirs),
+// the stream's own bytes (markers, lengths, compressed data) the stream's owner.
+TEST(ByteCoverage, ClaimsNameTheirOwners) {
+  const Bytes sample = test::MakeSampleJpeg();
+  const std::string path = test::WriteTempFile("owners.jpg", sample);
+  JPEGReader reader(DecodeUtf8(path.data(), path.size()).c_str());
+  std::vector<ClaimRecord> claims;
+  reader.claims = &claims;
+  reader.Scan();
+  const MarkerList& markers = *reader.markers;
+  const auto* app1 = dynamic_cast<const APP1Marker*>(markers.items[1]);
+  ASSERT_NE(app1, nullptr);
+  ASSERT_NE(app1->thumbnail, nullptr);
+  auto owner_at = [&](int64_t offset) -> const void* {
+    for (const ClaimRecord& c : claims) {
+      if (c.start <= offset && offset < c.end) {
+        return c.owner;
+      }
+    }
+    return &claims;  // unclaimed
+  };
+  for (uint32_t i = 0; i < markers.count; ++i) {
+    const JPEGReader::Marker& m = *markers.items[i];
+    EXPECT_EQ(owner_at(m.FirstByte(reader.view)), nullptr);      // the marker's 0xFF
+    EXPECT_EQ(owner_at(m.FirstByte(reader.view) + 2), nullptr);  // its length
+    if (m.length > 0 && owner_at(m.FirstByte(reader.view) + 4) != &claims) {
+      EXPECT_EQ(owner_at(m.FirstByte(reader.view) + 4), &m);
+    }
+  }
+  const MarkerList& thumbnail = *app1->thumbnail;
+  const JPEGReader::Marker& inner = *thumbnail.items[0];
+  EXPECT_EQ(owner_at(inner.FirstByte(reader.view)), app1);  // the thumbnail stream's own bytes
+  EXPECT_EQ(owner_at(inner.FirstByte(reader.view) + 4), &inner);
+  EXPECT_EQ(owner_at(markers.compressed_data - reader.view), nullptr);
 }
 
 TEST(MapFile, FailingFileKeepsWhatTheScanReached) {
@@ -175,6 +212,14 @@ TEST(MapPage, RendersInChromium) {
       exif_rows += t.exif.size();
     }
     EXPECT_NE(dom.find("data-exif-rows=\"" + std::to_string(exif_rows) + "\""), std::string::npos);
+    // One stripe for each unclaimed range in each band it touches.
+    size_t stripes = 0;
+    for (const MapBand& band : map.file.bands) {
+      for (const ByteRange& u : map.file.unclaimed) {
+        stripes += u.start <= band.last && u.end > band.first ? 1 : 0;
+      }
+    }
+    EXPECT_NE(dom.find("data-unclaimed=\"" + std::to_string(stripes) + "\""), std::string::npos);
     EXPECT_EQ(map.failed, dom.find("class=\"report failed\"") != std::string::npos);
     // A failing file opens the segment where the scan stopped, its failing bytes marked.
     EXPECT_EQ(map.failed, dom.find("<span class=\"f\">") != std::string::npos);
