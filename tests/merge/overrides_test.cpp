@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cwchar>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -19,24 +20,6 @@ namespace {
 
 using test::Bytes;
 using test::TiffBuilder;
-
-std::string Narrow(const std::wstring& text) {
-  std::string out;
-  for (wchar_t c : text) {
-    out += c < 0x80 ? static_cast<char>(c) : '?';
-  }
-  return out;
-}
-
-std::string Hex(const uint8_t* data, uint32_t length) {
-  std::string out;
-  for (uint32_t i = 0; i < length; ++i) {
-    char byte[4];
-    std::snprintf(byte, sizeof byte, i == 0 ? "%02X" : " %02X", data[i]);
-    out += byte;
-  }
-  return out;
-}
 
 // A file whose first Exif APP1 is Motorola with Make, Orientation and a GPS sub-directory
 // holding the latitude reference; a second, Intel APP1 holds Model, PlanarConfiguration and a
@@ -63,74 +46,71 @@ TEST(Overrides, ParseConvertAndApplyMatchGoldenText) {
         L"274=1", L"0X10f=1", L"4294967295=1", L"0xffffffff=1", L"Make", L"=x", L"Mak=x",
         L"Date_Time=1", L"0x=1", L"12z=1", L"-1=1", L"4294967296=1", L"0x100000000=1"}) {
     OverrideRequest request;
-    out << "parse \"" << Narrow(text) << "\" => ";
+    out << "parse \"" << test::Narrow(text) << "\" => ";
     if (ParseOverride(text, request)) {
-      out << "0x" << std::hex << request.tag << std::dec << " \"" << Narrow(request.value)
+      out << "0x" << std::hex << request.tag << std::dec << " \"" << test::Narrow(request.value)
           << "\"\n";
     } else {
       out << "refused\n";
     }
   }
-  // MakeOverride: tag type count order(I/M) value.
-  struct Request {
-    uint32_t tag, type, count;
-    char order;
-    const wchar_t* value;
-  };
-  const Request requests[] = {{0x10F, 2, 6, 'I', L"ab"},
-                              {0x10F, 2, 3, 'M', L"ab"},
-                              {0x10F, 2, 4, 'I', L"\u00e9"},
-                              {0x9000, 7, 4, 'I', L"0230"},
-                              {0x9000, 7, 3, 'I', L"x"},
-                              {0x30000, 1, 4, 'I', L"2,2,0,0"},
-                              {0x30000, 1, 3, 'M', L" 255 , +0,\t7 "},
-                              {0x112, 3, 1, 'I', L"258"},
-                              {0x112, 3, 2, 'M', L"258,65535"},
-                              {0x112, 4, 1, 'I', L"4294967295"},
-                              {0x112, 4, 1, 'M', L"16909060"},
-                              {0x112, 4, 1, 'I', L"16909060"},
-                              {0x112, 9, 2, 'M', L"-1,-2147483648"},
-                              {0x11A, 5, 1, 'M', L"72/1"},
-                              {0x11A, 5, 2, 'I', L"1 / 2, 3/4"},
-                              {0x11A, 10, 1, 'M', L"-3/-7"},
-                              {0x11A, 11, 1, 'M', L"1.5"},
-                              {0x11A, 11, 1, 'I', L"-2e-1"},
-                              {0x11A, 12, 1, 'M', L"+0.25"},
-                              {0x11A, 12, 1, 'I', L"1E3"},
-                              {0x112, 3, 0, 'I', L" "},
-                              {0x10F, 2, 6, 'I', L"abcdef"},
-                              {0x10F, 2, 0, 'I', L""},
-                              {0x9000, 7, 4, 'I', L"02300"},
-                              {0x30000, 1, 4, 'I', L"2,2,0"},
-                              {0x112, 3, 1, 'I', L"1,2"},
-                              {0x112, 3, 1, 'I', L""},
-                              {0x30000, 1, 1, 'I', L"300"},
-                              {0x112, 3, 1, 'I', L"-1"},
-                              {0x112, 4, 1, 'I', L"99999999999999999999"},
-                              {0x112, 9, 1, 'I', L"2147483648"},
-                              {0x112, 3, 1, 'I', L"six"},
-                              {0x112, 3, 3, 'I', L"1,,2"},
-                              {0x112, 3, 1, 'I', L"1.0"},
-                              {0x11A, 5, 1, 'I', L"72"},
-                              {0x11A, 5, 1, 'I', L"-1/2"},
-                              {0x11A, 5, 1, 'I', L"1/2/3"},
-                              {0x11A, 11, 1, 'I', L"1e99"},
-                              {0x11A, 11, 1, 'I', L"1.5x"},
-                              {0x11A, 12, 1, 'I', L"0x10"},
-                              {0x11A, 6, 1, 'I', L"1"},
-                              {0x11A, 8, 1, 'I', L"1"},
-                              {0x11A, 0, 1, 'I', L"1"},
-                              {0x11A, 13, 1, 'I', L"1"}};
-  for (const Request& r : requests) {
-    out << "make 0x" << std::hex << r.tag << std::dec << " " << r.type << " " << r.count << " "
-        << r.order << " \"" << Narrow(r.value) << "\" => ";
+  // MakeOverride: "tag type count order(I/M)=value".
+  for (const wchar_t* request : {L"10F 2 6 I=ab",
+                                 L"10F 2 3 M=ab",
+                                 L"10F 2 4 I=\u00e9",
+                                 L"9000 7 4 I=0230",
+                                 L"9000 7 3 I=x",
+                                 L"30000 1 4 I=2,2,0,0",
+                                 L"30000 1 3 M= 255 , +0,\t7 ",
+                                 L"112 3 1 I=258",
+                                 L"112 3 2 M=258,65535",
+                                 L"112 4 1 I=4294967295",
+                                 L"112 4 1 M=16909060",
+                                 L"112 4 1 I=16909060",
+                                 L"112 9 2 M=-1,-2147483648",
+                                 L"11A 5 1 M=72/1",
+                                 L"11A 5 2 I=1 / 2, 3/4",
+                                 L"11A 10 1 M=-3/-7",
+                                 L"11A 11 1 M=1.5",
+                                 L"11A 11 1 I=-2e-1",
+                                 L"11A 12 1 M=+0.25",
+                                 L"11A 12 1 I=1E3",
+                                 L"112 3 0 I= ",
+                                 L"10F 2 6 I=abcdef",
+                                 L"10F 2 0 I=",
+                                 L"9000 7 4 I=02300",
+                                 L"30000 1 4 I=2,2,0",
+                                 L"112 3 1 I=1,2",
+                                 L"112 3 1 I=",
+                                 L"30000 1 1 I=300",
+                                 L"112 3 1 I=-1",
+                                 L"112 4 1 I=99999999999999999999",
+                                 L"112 9 1 I=2147483648",
+                                 L"112 3 1 I=six",
+                                 L"112 3 3 I=1,,2",
+                                 L"112 3 1 I=1.0",
+                                 L"11A 5 1 I=72",
+                                 L"11A 5 1 I=-1/2",
+                                 L"11A 5 1 I=1/2/3",
+                                 L"11A 11 1 I=1e99",
+                                 L"11A 11 1 I=1.5x",
+                                 L"11A 12 1 I=0x10",
+                                 L"11A 6 1 I=1",
+                                 L"11A 8 1 I=1",
+                                 L"11A 0 1 I=1",
+                                 L"11A 13 1 I=1"}) {
+    uint32_t tag = 0, type = 0, count = 0;
+    wchar_t order = 0;
+    std::swscanf(request, L"%x %u %u %lc", &tag, &type, &count, &order);
+    const wchar_t* value = std::wcschr(request, L'=') + 1;
+    out << "make " << test::Narrow(request) << " => ";
     try {
-      const auto p = MakeOverride(r.tag, r.type, r.count, r.order == 'M', r.value);
-      EXPECT_TRUE(p->id == r.tag && p->type == r.type && p->count == r.count);
+      const auto p = MakeOverride(tag, type, count, order == L'M', value);
+      EXPECT_TRUE(p->id == tag && p->type == type && p->count == count);
       EXPECT_EQ(p->data[p->length], 0);
-      out << Hex(p->data, p->length) << "\n";
+      out << test::Hex(p->data, p->length) << "\n";
     } catch (const RawLayerException& e) {
-      out << Narrow(e.message) << "\n";
+      out << test::Narrow(e.message) << "\n";
     }
   }
   // ApplyOverrides: each request takes the type, count and byte order of the first entry found
@@ -148,14 +128,14 @@ TEST(Overrides, ParseConvertAndApplyMatchGoldenText) {
     PropertyList overrides;
     try {
       for (const std::wstring& warning : ApplyOverrides(*r.markers, requests_in, overrides)) {
-        out << "apply warning: " << Narrow(warning) << "\n";
+        out << "apply warning: " << test::Narrow(warning) << "\n";
       }
     } catch (const RawLayerException& e) {
-      out << "apply refused: " << Narrow(e.message) << "\n";
+      out << "apply refused: " << test::Narrow(e.message) << "\n";
     }
     for (uint32_t i = 0; i < overrides.count; ++i) {
       const Property* p = overrides.items[i];
-      out << "apply 0x" << std::hex << p->id << std::dec << " => " << Hex(p->data, p->length)
+      out << "apply 0x" << std::hex << p->id << std::dec << " => " << test::Hex(p->data, p->length)
           << "\n";
     }
   }

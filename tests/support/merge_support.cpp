@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -49,22 +50,6 @@ void Rescale(const RawLayer& source, uint32_t width, uint32_t height, RawLayer& 
   }
 }
 
-Bytes GrayTemplate(uint16_t size, const Bytes& app1, uint8_t sof) {
-  JpegBuilder b;
-  b.Soi();
-  if (!app1.empty()) {
-    b.Segment(0xE1, app1);
-  }
-  return b.Dqt(0, 2)
-      .Sof(sof, 8, size, size, {{1, 0x11, 0}})
-      .Dht(0, 0, {1}, {0})
-      .Dht(1, 0, {1}, {0})
-      .Sos({{1, 0x00}})
-      .Entropy({0})
-      .Eoi()
-      .bytes();
-}
-
 Bytes MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra, uint32_t padding) {
   TiffBuilder b(motorola);
   auto dir = b.Directory(
@@ -82,7 +67,7 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
   MergeOutput out;
   ScanResult scan = ScanBytes(jpeg);
   if (!scan.error.empty()) {
-    out.error = L"scan: " + scan.error;
+    out.error = "scan: " + Narrow(scan.error);
     return out;
   }
   const std::filesystem::path dir = MakeTempDir(), previous = std::filesystem::current_path();
@@ -94,12 +79,12 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
     try {
       Merge(file, layer, *scan.markers, overrides != nullptr ? *overrides : none, background);
     } catch (const RawLayerException& e) {
-      out.error = e.message != nullptr ? e.message : L"(null)";
+      out.error = Narrow(e.message != nullptr ? e.message : L"(null)");
     }
     out.size = file.size;
     out.position = file.position;
   } catch (const RawLayerException& e) {
-    out.error = L"open: " + std::wstring(e.message != nullptr ? e.message : L"(null)");
+    out.error = "open: " + Narrow(e.message != nullptr ? e.message : L"(null)");
   }
   std::filesystem::current_path(previous);
   out.bytes = ReadFile((dir / "out.jpg").string());
@@ -129,6 +114,24 @@ uint64_t Fnv1a64(const void* data, size_t size) {
     hash = (hash ^ static_cast<const uint8_t*>(data)[i]) * 0x100000001B3u;
   }
   return hash;
+}
+
+std::string Hex(const uint8_t* data, size_t size) {
+  std::string out;
+  for (size_t i = 0; i < size; ++i) {
+    char byte[4];
+    std::snprintf(byte, sizeof byte, i == 0 ? "%02X" : " %02X", data[i]);
+    out += byte;
+  }
+  return out;
+}
+
+std::string Narrow(const std::wstring& text) {
+  std::string out;
+  for (wchar_t c : text) {
+    out += c < 0x80 ? static_cast<char>(c) : '?';
+  }
+  return out;
 }
 
 std::vector<uint8_t> Rgb8(const RawLayer& layer, const Background* background, bool gray) {

@@ -1,5 +1,5 @@
-// Helpers of the rewriter's tests: synthetic layers and templates, Merge into bytes, decoding,
-// hashing and picture comparison.
+// Helpers of the rewriter's tests: synthetic layers, Merge into bytes, decoding, golden text and
+// picture comparison.
 #pragma once
 
 #include <cstdint>
@@ -19,18 +19,15 @@ void MakeGradientLayer(RawLayer& layer, uint32_t width, uint32_t height);
 // A nearest-neighbour copy of `source` at another size.
 void Rescale(const RawLayer& source, uint32_t width, uint32_t height, RawLayer& out);
 
-// A grey size × size frame with one byte of scan data; `app1` becomes an APP1 segment after SOI.
-Bytes GrayTemplate(uint16_t size, const Bytes& app1 = {}, uint8_t sof = 0xC0);
-
 // An APP1 payload ("Exif\0\0" and TIFF) with Make "Cam" and `thumbnail` behind `padding` zero
 // bytes, declared `extra` bytes longer than it is.
 Bytes MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra = 0,
                         uint32_t padding = 0);
 
 struct MergeOutput {
-  Bytes bytes;         // the output file after Merge, which held other bytes before
-  std::wstring error;  // the exception's text; empty when Merge succeeded
-  uint32_t size = 0;   // OutputFile bookkeeping after Merge
+  Bytes bytes;        // the output file after Merge, which held other bytes before
+  std::string error;  // the exception's text; empty when Merge succeeded
+  uint32_t size = 0;  // OutputFile bookkeeping after Merge
   uint32_t position = 0;
 };
 // Merges into a file that held other bytes, in a fresh current directory: a thumbnail goes
@@ -42,6 +39,8 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
 bool DecodeBytes(const Bytes& jpeg, RawLayer& layer);
 
 uint64_t Fnv1a64(const void* data, size_t size);
+std::string Hex(const uint8_t* data, size_t size);  // "0A FF ..."
+std::string Narrow(const std::wstring& text);       // '?' for all but ASCII
 
 // The top bytes of a layer's RGB, composited over `background` when given (and, for `gray`, the
 // mean of the channels taken first, as grey frames do).
