@@ -191,13 +191,7 @@ SamplingPlan PlanFrameSampling(const ComponentInfo* const (&components)[4], uint
 
 void PlanSampling(DecodeState& state) {
   const SamplingPlan plan = PlanFrameSampling(state.components, state.width, state.height);
-  state.sampling_mode = plan.mode;
-  state.mcu_width = plan.mcu_width;
-  state.mcu_height = plan.mcu_height;
-  state.blocks_per_mcu = plan.blocks_per_mcu;
-  state.mcus_across = plan.mcus_across;
-  state.mcus_down = plan.mcus_down;
-  state.mcu_count = plan.mcu_count;
+  TakePlan(plan, state);
   state.blocks_per_row = plan.blocks_per_mcu * plan.mcus_across;
 }
 

@@ -102,6 +102,18 @@ struct SamplingPlan {
 SamplingPlan PlanFrameSampling(const ComponentInfo* const (&components)[4], uint32_t width,
                                uint32_t height);
 
+// Copies a plan into a decoder's or rewriter's state.
+template <typename State>
+void TakePlan(const SamplingPlan& plan, State& state) {
+  state.sampling_mode = plan.mode;
+  state.mcu_width = plan.mcu_width;
+  state.mcu_height = plan.mcu_height;
+  state.blocks_per_mcu = plan.blocks_per_mcu;
+  state.mcus_across = plan.mcus_across;
+  state.mcus_down = plan.mcus_down;
+  state.mcu_count = plan.mcu_count;
+}
+
 // Accepts or refuses the sampling factors and derives the MCU geometry.
 void PlanSampling(DecodeState& state);
 

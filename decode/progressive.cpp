@@ -97,6 +97,25 @@ inline int16_t Low16(uint32_t value) {
 // T.81 G.1.2: one block's part of a scan. DC first scan (G.1.2.1), DC refinement (G.1.2.1),
 // AC first scan (G.1.2.2) and AC refinement (G.1.2.3), in one loop so that a band from 0 past
 // 0 goes on from DC to AC in the same block.
+// T.81 G.1.2.2: one AC symbol: the run `r` and the extended value `s`, or for EOBn (a size of 0
+// but ZRL) the end-of-band run of this block and 2^r - 1 + the next r bits more (r ≤ 14), with
+// `s` 0.
+inline void DecodeAcSymbol(BitReader& reader, const HuffmanTable& table, int32_t& r, int32_t& s,
+                           uint32_t& eob_run) {
+  const uint32_t rs = DecodeSymbol(reader, table);
+  r = static_cast<int32_t>(rs >> 4);
+  const uint32_t size = rs & 15;
+  s = 0;
+  if (size != 0) {
+    s = Extend(ReceiveBits(reader, size), size);
+  } else if (r != 15) {
+    eob_run = uint32_t{1} << r;
+    if (r != 0) {
+      eob_run += ReceiveBits(reader, static_cast<uint32_t>(r));
+    }
+  }
+}
+
 inline void DecodeBlock(const ScanBand& band, int16_t* block, BitReader& reader,
                         const ComponentInfo& component, int32_t& dc_predictor, uint32_t& eob_run) {
   const int32_t end = band.end;
@@ -131,17 +150,8 @@ inline void DecodeBlock(const ScanBand& band, int16_t* block, BitReader& reader,
     int32_t r = 1000;
     int32_t s = 0;
     if (eob_run == 0) {
-      uint32_t rs = DecodeSymbol(reader, *component.ac_table);
-      r = static_cast<int32_t>(rs >> 4);
-      uint32_t size = rs & 15;
-      if (size != 0) {
-        s = Extend(ReceiveBits(reader, size), size);
-      } else if (r != 15) {
-        // EOBn: this block and 2^r - 1 + the next r bits more end the band (r ≤ 14).
-        eob_run = uint32_t{1} << r;
-        if (r != 0) {
-          eob_run += ReceiveBits(reader, static_cast<uint32_t>(r));
-        }
+      DecodeAcSymbol(reader, *component.ac_table, r, s, eob_run);
+      if (eob_run != 0) {
         r = 1000;
       }
     }
@@ -357,18 +367,9 @@ inline void DecodeAcRefine(const ScanBand& band, int16_t* block, BitReader& read
     while (k <= end) {
       reader.bits = bits;
       reader.bit_count = count;
-      const uint32_t rs = DecodeSymbol(reader, table);
-      int32_t r = static_cast<int32_t>(rs >> 4);
-      const uint32_t size = rs & 15;
-      int32_t s = 0;
-      if (size != 0) {
-        s = Extend(ReceiveBits(reader, size), size);
-      } else if (r != 15) {
-        eob_run = uint32_t{1} << r;
-        if (r != 0) {
-          eob_run += ReceiveBits(reader, static_cast<uint32_t>(r));
-        }
-      }
+      int32_t r;
+      int32_t s;
+      DecodeAcSymbol(reader, table, r, s, eob_run);
       bits = reader.bits;
       count = reader.bit_count;
       if (eob_run != 0) {

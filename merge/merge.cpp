@@ -382,14 +382,7 @@ void ReadScan(const JPEGReader::Marker& marker, MergeState& state) {
 }
 
 void PlanMergeSampling(MergeState& state) {
-  const SamplingPlan plan = PlanFrameSampling(state.components, state.width, state.height);
-  state.sampling_mode = plan.mode;
-  state.mcu_width = plan.mcu_width;
-  state.mcu_height = plan.mcu_height;
-  state.blocks_per_mcu = plan.blocks_per_mcu;
-  state.mcus_across = plan.mcus_across;
-  state.mcus_down = plan.mcus_down;
-  state.mcu_count = plan.mcu_count;
+  TakePlan(PlanFrameSampling(state.components, state.width, state.height), state);
 }
 
 }  // namespace corvi
