@@ -1,5 +1,5 @@
-// Baseline scan decoding: restarts and their markers, and damaged streams against the literal
-// reference decoder.
+// Baseline scan decoding: the search for restart markers, and damaged streams against the literal
+// reference decoder. Whole restarted scans are cases of decode_scan_cases.txt.
 #include "decode/sequential.h"
 
 #include <gtest/gtest.h>
@@ -15,87 +15,6 @@ namespace corvi {
 namespace {
 
 using test::Bytes;
-using test::JpegBuilder;
-
-// A grey frame of `mcus` 8x8 MCUs in one row, with one AC code, 0 for end of block. The DC table
-// has one code, 00 for category 5, so that an MCU is the byte 00 vvvvv 0; or with `any_dc` the
-// twelve categories in 4-bit codes.
-Bytes GrayFrame(size_t mcus, uint16_t restart_interval, const Bytes& entropy, bool any_dc = false) {
-  JpegBuilder b;
-  b.Soi().Dqt(0).Sof(0xC0, 8, static_cast<uint16_t>(8 * mcus), 8, {{1, 0x11, 0}});
-  if (any_dc) {
-    b.Dht(0, 0, {0, 0, 0, 12}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11});
-  } else {
-    b.Dht(0, 0, {0, 1}, {5});
-  }
-  b.Dht(1, 0, {1}, {0x00});
-  if (restart_interval != 0) {
-    b.Dri(restart_interval);
-  }
-  return b.Sos({{1, 0x00}}).Entropy(entropy).Eoi().bytes();
-}
-
-// The MCU byte for a DC difference of 16 to 31 or -31 to -16.
-uint8_t Mcu(int32_t diff) {
-  return static_cast<uint8_t>((diff > 0 ? diff : diff + 31) << 1);
-}
-
-// MCUs of the given DC values without restarts, for the frame with any DC category.
-Bytes McusOf(const std::vector<int32_t>& dc) {
-  test::BitWriter w;
-  for (size_t m = 0; m < dc.size(); ++m) {
-    const int32_t diff = dc[m] - (m == 0 ? 0 : dc[m - 1]);
-    uint32_t size = 0;
-    for (int32_t magnitude = diff < 0 ? -diff : diff; magnitude != 0; magnitude >>= 1) {
-      ++size;
-    }
-    w.Put(size, 4);
-    if (size != 0) {
-      w.Put(static_cast<uint32_t>(diff < 0 ? diff + (1 << size) - 1 : diff), size);
-    }
-    w.Put(0, 1);
-  }
-  return w.Finish();
-}
-
-Bytes RestartEveryMcu(int32_t count, int32_t missing) {
-  Bytes bytes;
-  for (int32_t i = 0; i < count; ++i) {
-    bytes.push_back(Mcu(16 + i));
-    if (i != missing) {
-      bytes.insert(bytes.end(), {0xFF, static_cast<uint8_t>(0xD0 + (i & 7))});
-    }
-  }
-  return bytes;
-}
-
-// Each MCU is flat: the frame decodes as the MCUs with the expected DC values one by one.
-TEST(DecodeSequential, RestartsAndMarkers) {
-  const struct {
-    const char* name;
-    uint16_t restart_interval;
-    Bytes entropy;
-    std::vector<int32_t> dc;  // expected DC of each MCU
-  } cases[] = {
-      {"D0 to D7, then D0", 1, RestartEveryMcu(10, -1), {16, 17, 18, 19, 20, 21, 22, 23, 24, 25}},
-      {"D2 missing: search to end", 1, RestartEveryMcu(10, 2), {16, 17, 18, 0, 0, 0, 0, 0, 0, 0}},
-      {"fill byte", 1, {Mcu(16), 0xFF, 0xFF, 0xD0, Mcu(17), 0xFF, 0xD1, Mcu(18)}, {16, 17, 18}},
-      // The predictor runs on within the interval.
-      {"interval 2", 2, {Mcu(-16), Mcu(16), 0xFF, 0xD0, Mcu(17), Mcu(-17)}, {-16, 0, 17, 0}},
-      {"no DRI: a marker stops", 0, {Mcu(16), 0xFF, 0xD0, Mcu(17), Mcu(18)}, {16, 16, 16}},
-      {"other restart numbers are passed over",
-       1,
-       {Mcu(16), 0xFF, 0xD5, Mcu(20), 0xFF, 0xD0, Mcu(17), 0xFF, 0xD1, Mcu(18)},
-       {16, 17, 18}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const test::DecodeOutcome decoded =
-        test::DecodeWithLibrary(GrayFrame(c.dc.size(), c.restart_interval, c.entropy));
-    EXPECT_EQ(decoded.error, L"");
-    EXPECT_EQ(decoded, test::DecodeWithLibrary(GrayFrame(c.dc.size(), 0, McusOf(c.dc), true)));
-  }
-}
 
 TEST(SeekRestartMarker, FindsOnlyTheExpectedPair) {
   const struct {
@@ -168,7 +87,7 @@ TEST(DecodeSequential, MatchesTheLiteralDecoderOnShortDamagedStreams) {
       entropy.insert(entropy.end(),
                      {0xFF, static_cast<uint8_t>(0xD0 + next(8)), static_cast<uint8_t>(next(256))});
     }
-    JpegBuilder b;
+    test::JpegBuilder b;
     b.Soi();
     if (next(4) == 0) {
       Bytes wide(129, 0xFF);

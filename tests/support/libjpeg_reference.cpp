@@ -26,6 +26,13 @@ void OnError(j_common_ptr info) {
 
 void OnMessage(j_common_ptr, int) {}  // warnings are counted, not printed
 
+jpeg_error_mgr* Watch(ErrorManager& errors) {
+  jpeg_std_error(&errors.base);
+  errors.base.error_exit = OnError;
+  errors.base.emit_message = OnMessage;
+  return &errors.base;
+}
+
 }  // namespace
 
 bool HaveLibjpeg() {
@@ -36,9 +43,7 @@ bool HaveLibjpeg() {
 void DecodeWithLibjpeg(const Bytes& file, Reference& out) {
   jpeg_decompress_struct info;
   ErrorManager errors;
-  info.err = jpeg_std_error(&errors.base);
-  errors.base.error_exit = OnError;
-  errors.base.emit_message = OnMessage;
+  info.err = Watch(errors);
   if (setjmp(errors.jump) != 0) {
     jpeg_destroy_decompress(&info);
     out.ok = false;
@@ -68,9 +73,7 @@ void DecodeWithLibjpeg(const Bytes& file, Reference& out) {
 Bytes EncodeWithLibjpeg(const EncodeRequest& request) {
   jpeg_compress_struct info;
   ErrorManager errors;
-  info.err = jpeg_std_error(&errors.base);
-  errors.base.error_exit = OnError;
-  errors.base.emit_message = OnMessage;
+  info.err = Watch(errors);
   unsigned char* buffer = nullptr;
   unsigned long size = 0;
   const int components = request.gray ? 1 : 3;
@@ -124,7 +127,6 @@ bool HaveLibjpeg() {
 void DecodeWithLibjpeg(const Bytes&, Reference& out) {
   out.ok = false;
 }
-
 Bytes EncodeWithLibjpeg(const EncodeRequest&) {
   return {};
 }

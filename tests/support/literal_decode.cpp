@@ -1,12 +1,8 @@
 // Reference decoders written step by step from the rules, without lookups or shortcuts.
 #include "tests/support/literal_decode.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <vector>
 
@@ -22,60 +18,47 @@
 namespace corvi::test {
 namespace {
 
-void Bind(const DecodeState& state, ComponentInfo& c) {
-  if (c.quant_index < 0 || c.quant_index > 3 || state.quant_tables[c.quant_index] == nullptr) {
-    throw RawLayerException(L"Missing quantization table index");
+// The table `index` names, or the refusal the library gives when there is none.
+template <class Table>
+Table* Bound(Table* const (&tables)[4], int32_t index, const wchar_t* missing) {
+  if (index < 0 || index > 3 || tables[index] == nullptr) {
+    throw RawLayerException(missing);
   }
-  c.quant_table = state.quant_tables[c.quant_index];
-  if (c.dc_index < 0 || c.dc_index > 3 || state.dc_tables[c.dc_index] == nullptr) {
-    throw RawLayerException(L"Missing Huffman table index");
-  }
-  c.dc_table = state.dc_tables[c.dc_index];
-  if (c.ac_index < 0 || c.ac_index > 3 || state.ac_tables[c.ac_index] == nullptr) {
-    throw RawLayerException(L"Missing Huffman table index");
-  }
-  c.ac_table = state.ac_tables[c.ac_index];
+  return tables[index];
 }
 
-// One MCU: each block cleared, its DC difference and its AC symbols read one by one.
-int16_t* LiteralMcu(const DecodeState& state, int16_t* out, BitReader& reader,
-                    int32_t* dc_predictors) {
+// One MCU: each block cleared, its DC difference and its AC symbols read one by one, and the
+// block transformed into `samples`.
+void LiteralMcu(const DecodeState& state, BitReader& reader, int32_t* dc_predictors,
+                float*& samples) {
   for (int32_t slot = 0; slot < 4; ++slot) {
     const ComponentInfo* c = state.components[slot];
-    if (c == nullptr || c->h * c->v <= 0) {
-      continue;
-    }
-    for (int32_t b = c->h * c->v; b > 0; --b) {
-      std::memset(out, 0, 64 * sizeof(int16_t));
+    for (int32_t b = c != nullptr ? c->h * c->v : 0; b > 0; --b) {
+      int16_t block[64] = {};
       const uint32_t s = DecodeSymbol(reader, *c->dc_table);
-      const int32_t diff = s != 0 ? Extend(ReceiveBits(reader, s), s) : 0;
-      const uint32_t predictor =
-          static_cast<uint32_t>(dc_predictors[slot]) + static_cast<uint32_t>(diff);
-      dc_predictors[slot] = static_cast<int32_t>(predictor);
-      out[0] = static_cast<int16_t>(static_cast<uint16_t>(predictor));
-      uint32_t k = 1;
-      while (k < 64) {
+      dc_predictors[slot] = static_cast<int32_t>(static_cast<uint32_t>(dc_predictors[slot]) +
+                                                 (s != 0 ? Extend(ReceiveBits(reader, s), s) : 0));
+      block[0] = static_cast<int16_t>(static_cast<uint16_t>(dc_predictors[slot]));
+      for (uint32_t k = 1; k < 64;) {
         const uint32_t rs = DecodeSymbol(reader, *c->ac_table);
-        const uint32_t run = rs >> 4;
-        const uint32_t size = rs & 15;
-        if (size != 0) {
-          k += run;
-          const int32_t value = Extend(ReceiveBits(reader, size), size);
-          if (k > 63) {
-            break;
-          }
-          out[zigzag[k]] = static_cast<int16_t>(static_cast<uint16_t>(value));
-          ++k;
-        } else if (run == 15) {
-          k += 16;
-        } else {
+        if ((rs & 15) == 0 && rs != 0xF0) {
+          break;  // end of block
+        }
+        k += rs >> 4;
+        if ((rs & 15) == 0) {
+          k += 1;  // ZRL: sixteen zeros
+          continue;
+        }
+        const int32_t value = Extend(ReceiveBits(reader, rs & 15), rs & 15);
+        if (k > 63) {
           break;
         }
+        block[zigzag[k++]] = static_cast<int16_t>(static_cast<uint16_t>(value));
       }
-      out += 64;
+      InverseDCT(block, samples, *c->quant_table);
+      samples += 64;
     }
   }
-  return out;
 }
 
 void LiteralSequential(DecodeState& state, RawLayer& layer, const uint8_t* data, int32_t length) {
@@ -87,12 +70,13 @@ void LiteralSequential(DecodeState& state, RawLayer& layer, const uint8_t* data,
   }
   for (ComponentInfo* c : state.components) {
     if (c != nullptr) {
-      Bind(state, *c);
+      c->quant_table =
+          Bound(state.quant_tables, c->quant_index, L"Missing quantization table index");
+      c->dc_table = Bound(state.dc_tables, c->dc_index, L"Missing Huffman table index");
+      c->ac_table = Bound(state.ac_tables, c->ac_index, L"Missing Huffman table index");
     }
   }
-  const size_t row_values = static_cast<size_t>(state.blocks_per_row) * 64;
-  std::vector<int16_t> coefficients(row_values);
-  std::vector<float> samples(row_values);
+  std::vector<float> samples(static_cast<size_t>(state.blocks_per_row) * 64);
   int32_t countdown = state.restart_interval != 0 ? state.restart_interval : 0x7FFFFFFF;
   uint32_t restart_number = 0;
   BitReader reader;
@@ -100,41 +84,49 @@ void LiteralSequential(DecodeState& state, RawLayer& layer, const uint8_t* data,
   reader.end = data + length;
   int32_t dc_predictors[4] = {0, 0, 0, 0};
   for (int32_t r = 0; r < state.mcus_down; ++r) {
-    int16_t* out = coefficients.data();
+    float* out = samples.data();
     for (int32_t m = 0; m < state.mcus_across; ++m) {
-      out = LiteralMcu(state, out, reader, dc_predictors);
+      LiteralMcu(state, reader, dc_predictors, out);
       if (--countdown == 0) {
-        SeekRestartMarker(reader, restart_number);
-        ++restart_number;
+        SeekRestartMarker(reader, restart_number++);
         std::memset(dc_predictors, 0, sizeof dc_predictors);
         countdown = state.restart_interval;
       }
     }
-    const int16_t* in = coefficients.data();
-    float* transformed = samples.data();
-    for (int32_t m = 0; m < state.mcus_across; ++m) {
-      for (const ComponentInfo* c : state.components) {
-        if (c == nullptr || c->h * c->v <= 0) {
-          continue;
-        }
-        for (int32_t b = c->h * c->v; b > 0; --b) {
-          InverseDCT(in, transformed, *c->quant_table);
-          in += 64;
-          transformed += 64;
-        }
-      }
-    }
-    ConvertMcuRow(state, layer, static_cast<uint32_t>(r) * static_cast<uint32_t>(state.mcu_height),
-                  samples.data());
+    ConvertMcuRow(state, layer, static_cast<uint32_t>(r * state.mcu_height), samples.data());
   }
 }
 
-DecodeOutcome Outcome(const RawLayer& layer, const std::wstring& error) {
+// The library's decode, or with `literal` its header work and then LiteralSequential for a
+// baseline frame.
+DecodeOutcome Decode(const Bytes& bytes, bool skip_idle, bool keep_pixels, bool threads,
+                     bool literal) {
+  ScanResult scan = ScanBytes(bytes);
+  if (!scan.error.empty()) {
+    return DecodeOutcome{scan.error};
+  }
+  DecodeState state;
+  state.limits = Limits::None();
+  state.skip_idle = skip_idle;
+  state.keep_pixels = keep_pixels;
+  state.threads = threads;
+  RawLayer layer;
   DecodeOutcome outcome;
-  outcome.error = error;
+  try {
+    DecodeImage(*scan.markers, state, layer, literal);
+    if (literal && (state.frame_mode != 0xC0 || state.width == 0 || state.height == 0)) {
+      return Decode(bytes, true, true, false, false);
+    }
+    if (literal) {
+      LiteralSequential(state, layer, scan.markers->compressed_data,
+                        scan.markers->compressed_length);
+    }
+  } catch (const RawLayerException& e) {
+    outcome.error = e.message;
+  }
   outcome.width = layer.width;
   outcome.height = layer.height;
-  if (error.empty() && layer.pixels != nullptr) {
+  if (outcome.error.empty() && layer.pixels != nullptr) {
     outcome.pixel_hash = HashPixels(layer.pixels, uint64_t{layer.width} * layer.height * 4);
   }
   return outcome;
@@ -154,45 +146,11 @@ uint64_t HashPixels(const uint16_t* pixels, uint64_t count) {
 
 DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle, bool keep_pixels,
                                 bool threads) {
-  ScanResult scan = ScanBytes(bytes);
-  if (!scan.error.empty()) {
-    return DecodeOutcome{scan.error};
-  }
-  DecodeState state;
-  state.limits = Limits::None();
-  state.skip_idle = skip_idle;
-  state.keep_pixels = keep_pixels;
-  state.threads = threads;
-  RawLayer layer;
-  std::wstring error;
-  try {
-    DecodeImage(*scan.markers, state, layer, false);
-  } catch (const RawLayerException& e) {
-    error = e.message;
-  }
-  return Outcome(layer, error);
+  return Decode(bytes, skip_idle, keep_pixels, threads, false);
 }
 
 DecodeOutcome DecodeLiterally(const Bytes& bytes) {
-  ScanResult scan = ScanBytes(bytes);
-  if (!scan.error.empty()) {
-    return DecodeOutcome{scan.error};
-  }
-  DecodeState state;
-  state.limits = Limits::None();
-  RawLayer layer;
-  std::wstring error;
-  try {
-    // The header work of DecodeImage, then the literal scan decoder for baseline frames.
-    DecodeImage(*scan.markers, state, layer, true);
-    if (state.frame_mode != 0xC0 || state.width == 0 || state.height == 0) {
-      return DecodeWithLibrary(bytes);
-    }
-    LiteralSequential(state, layer, scan.markers->compressed_data, scan.markers->compressed_length);
-  } catch (const RawLayerException& e) {
-    error = e.message;
-  }
-  return Outcome(layer, error);
+  return Decode(bytes, true, true, false, true);
 }
 
 std::vector<Variant> DamagedVariants(const Bytes& file, size_t scan_cuts, size_t points) {
@@ -214,22 +172,18 @@ std::vector<Variant> DamagedVariants(const Bytes& file, size_t scan_cuts, size_t
       break;  // behind the last scan only the end-of-image marker follows
     }
     // Filler before the marker behind the scan is passed over; anything else is refused there.
-    const struct {
-      const char* name;
-      Bytes bytes;
-      bool planned;
-    } behind[] = {
-        {"zero bytes", {0, 0, 0}, true},
-        {"stuffed pair", {0xFF, 0x00}, true},
-        {"stray byte", {0x12}, false},
-        {"fill byte", {0xFF}, false},
-        {"restart marker", {0xFF, 0xD3}, false},
-        {"segment", {0xFF, 0xE1, 0x00, 0x04, 'a', 'b'}, false},
-        {"empty DHT", {0xFF, 0xC4, 0x00, 0x02}, false},
+    const std::pair<Variant, Bytes> behind[] = {
+        {{"zero bytes", {}, true}, {0, 0, 0}},
+        {{"stuffed pair", {}, true}, {0xFF, 0x00}},
+        {{"stray byte", {}, false}, {0x12}},
+        {{"fill byte", {}, false}, {0xFF}},
+        {{"restart marker", {}, false}, {0xFF, 0xD3}},
+        {{"segment", {}, false}, {0xFF, 0xE1, 0x00, 0x04, 'a', 'b'}},
+        {{"empty DHT", {}, false}, {0xFF, 0xC4, 0x00, 0x02}},
     };
-    const auto& b = behind[s % std::size(behind)];
+    const auto& [b, bytes] = behind[s % std::size(behind)];
     Bytes inserted = part(0, end);
-    inserted.insert(inserted.end(), b.bytes.begin(), b.bytes.end());
+    inserted.insert(inserted.end(), bytes.begin(), bytes.end());
     inserted.insert(inserted.end(), file.begin() + static_cast<ptrdiff_t>(end), file.end());
     variants.push_back({scan + b.name + " behind", inserted, b.planned});
   }

@@ -1,5 +1,5 @@
-// Reference decoders written step by step from the rules, without lookups or shortcuts: the
-// production decoders are compared with these on the same input. And the decoder's golden files.
+// A reference decoder written step by step from the rules, without lookups or shortcuts, for
+// comparing the production decoder on the same input; and damaged variants of a file.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,7 @@
 
 namespace corvi::test {
 
-// What a decode gives: the error text (empty on success), the frame size and a hash of the
-// pixels (0 when none were decoded).
+// The error text (empty on success), the frame size and the pixel hash (0 without pixels).
 struct DecodeOutcome {
   std::wstring error;
   uint32_t width = 0;
@@ -22,29 +21,26 @@ struct DecodeOutcome {
   bool operator==(const DecodeOutcome&) const = default;
 };
 
-// FNV-1a over the RGBA samples, low byte first.
+// FNV-1a 64 over the RGBA samples, low byte first.
 uint64_t HashPixels(const uint16_t* pixels, uint64_t count);
 
-// The library's decode of a file held in memory, with no limits. `skip_idle` and `keep_pixels`
-// as in DecodeState; without pixels kept the hash is 0.
+// The library's decode with no limits; the flags as in DecodeState.
 DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle = true, bool keep_pixels = true,
                                 bool threads = false);
 
-// The same file with the baseline scan decoded by the literal reference: one MCU at a time
-// through DecodeSymbol and ReceiveBits, every block cleared and decoded in full. Frames of
-// other modes give the library's outcome.
+// A baseline frame's scan decoded one MCU at a time through DecodeSymbol and ReceiveBits, every
+// block cleared and decoded in full; other frames give the library's outcome.
 DecodeOutcome DecodeLiterally(const Bytes& bytes);
 
-// A file made from another, for comparing decodes of damaged streams.
 struct Variant {
   std::string name;
   Bytes bytes;
   bool planned;  // a plan of the scans made from the markers holds (see scan_threads.h)
 };
 
-// The file itself; each scan's data cut at `scan_cuts` points (one: halfway), the segments behind
-// kept, with one kind of filler or segment put behind each scan but the last in turn; and at
-// `points` points across the data: a cut closed by EOI, a restart marker, a run of zero bytes.
+// The file; each scan's data cut at `scan_cuts` points (one: halfway), and filler or a segment
+// behind each scan but the last in turn; at `points` points across the data a cut closed by EOI,
+// a restart marker, a run of zero bytes.
 std::vector<Variant> DamagedVariants(const Bytes& file, size_t scan_cuts, size_t points);
 
 }  // namespace corvi::test
