@@ -1061,14 +1061,4 @@ void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader) 
           [&](auto kind) { Walk<decltype(kind)::value>(state, layout, band, store, reader); });
 }
 
-void DecodeProgressiveBlock(const DecodeState& state, int16_t* block, BitReader& reader,
-                            const ComponentInfo& component, int32_t& dc_predictor,
-                            uint32_t& eob_run) {
-  // The routine that the scan walks run for this kind of band.
-  const ScanBand band = BandOf(state);
-  ForKind(KindOf(band), [&](auto kind) {
-    DecodeUnit<decltype(kind)::value>(band, block, reader, component, dc_predictor, eob_run);
-  });
-}
-
 }  // namespace corvi

@@ -71,10 +71,4 @@ void BindScanTables(DecodeState& state);
 // component throws "Scan component is not part of the frame".
 void DecodeScan(DecodeState& state, CoefficientStore& store, BitReader& reader);
 
-// Decodes one block's part of the current scan with the routine the scan walks use for its kind
-// of band; `dc_predictor` and `eob_run` are in-out.
-void DecodeProgressiveBlock(const DecodeState& state, int16_t* block, BitReader& reader,
-                            const ComponentInfo& component, int32_t& dc_predictor,
-                            uint32_t& eob_run);
-
 }  // namespace corvi
