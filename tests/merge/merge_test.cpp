@@ -160,20 +160,14 @@ TEST(Merge, RefusalsAndOutputsMatchGoldenText) {
     const Bytes jpeg = Build(layout, app1[Field(layout, "app1", "0")[0][0]]);
     const test::MergeOutput out =
         test::MergeBytes(jpeg, layer, background, overrides[Field(layout, "overrides", "0")[0][0]]);
-    EXPECT_EQ(out.size, out.bytes.size());
-    EXPECT_EQ(out.position, out.bytes.size());
-    EXPECT_EQ(out.bytes.empty(), !out.error.empty());
     if (!out.error.empty()) {
       dump += "== " + layout + "\n" + out.error + "\n";
       continue;
     }
     const test::ScanResult scan = test::ScanBytes(out.bytes);
     EXPECT_EQ(scan.error, L"");
-    char hash[20];
-    std::snprintf(
-        hash, sizeof hash, "%016llX",
-        static_cast<unsigned long long>(test::Fnv1a64(out.bytes.data(), out.bytes.size())));
-    dump += "== " + layout + "\n" + hash + "\n" + test::DumpText(scan, out.bytes);
+    dump += "== " + layout + "\n" + test::Fnv1a64(out.bytes.data(), out.bytes.size()) + "\n" +
+            test::DumpText(scan, out.bytes);
     if (layout.find("dht=") == std::string::npos) {
       continue;  // no tables to decode with
     }
@@ -186,11 +180,6 @@ TEST(Merge, RefusalsAndOutputsMatchGoldenText) {
     if (from[0] == size[2] && from[1] == size[3]) {
       const bool gray = Field(layout, "frame", "1:0x11:0").size() == 1;
       EXPECT_GT(test::Psnr(test::Rgb8(decoded), test::Rgb8(layer, &background, gray)), 30);
-    }
-    if (from[0] == 2 * size[2]) {  // every second pixel of every second row
-      RawLayer half;
-      test::Rescale(layer, size[2], size[3], half);
-      EXPECT_EQ(test::MergeBytes(jpeg, half, background).bytes, out.bytes);
     }
     // libjpeg, when built in, reads the file with no warning and sees what corvi's decoder sees.
     test::Reference reference;

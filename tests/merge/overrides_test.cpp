@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cwchar>
 #include <sstream>
 #include <string>
@@ -18,13 +17,12 @@
 namespace corvi {
 namespace {
 
-using test::Bytes;
 using test::TiffBuilder;
 
 // A file whose first Exif APP1 is Motorola with Make, Orientation and a GPS sub-directory
 // holding the latitude reference; a second, Intel APP1 holds Model, PlanarConfiguration and a
 // Make of its own.
-Bytes TwoExifSegments() {
+test::Bytes TwoExifSegments() {
   TiffBuilder first(true), second(false);
   auto dir = first.Directory({{0x10F, 2, 4, TiffBuilder::Ascii("Cam")},
                               {0x112, 3, 1, first.Short(1)},
@@ -41,13 +39,14 @@ Bytes TwoExifSegments() {
 TEST(Overrides, ParseConvertAndApplyMatchGoldenText) {
   std::ostringstream out;
   // ParseOverride: a property name (case and blanks ignored) or a tag number, then the value.
-  for (const wchar_t* text :
-       {L"Make=x", L"make=", L" Date  Time =1", L"date time original=1", L"Image Description=a=b",
-        L"274=1", L"0X10f=1", L"4294967295=1", L"0xffffffff=1", L"Make", L"=x", L"Mak=x",
-        L"Date_Time=1", L"0x=1", L"12z=1", L"-1=1", L"4294967296=1", L"0x100000000=1"}) {
+  std::wistringstream names(
+      L"Make=x|make=| Date  Time =1|date time original=1|Image Description=a=b|274=1|0X10f=1|"
+      L"4294967295=1|0xffffffff=1|Make|=x|Mak=x|Date_Time=1|0x=1|12z=1|-1=1|4294967296=1|"
+      L"0x100000000=1");
+  for (std::wstring text; std::getline(names, text, L'|');) {
     OverrideRequest request;
     out << "parse \"" << test::Narrow(text) << "\" => ";
-    if (ParseOverride(text, request)) {
+    if (ParseOverride(text.c_str(), request)) {
       out << "0x" << std::hex << request.tag << std::dec << " \"" << test::Narrow(request.value)
           << "\"\n";
     } else {
@@ -55,57 +54,25 @@ TEST(Overrides, ParseConvertAndApplyMatchGoldenText) {
     }
   }
   // MakeOverride: "tag type count order(I/M)=value".
-  for (const wchar_t* request : {L"10F 2 6 I=ab",
-                                 L"10F 2 3 M=ab",
-                                 L"10F 2 4 I=\u00e9",
-                                 L"9000 7 4 I=0230",
-                                 L"9000 7 3 I=x",
-                                 L"30000 1 4 I=2,2,0,0",
-                                 L"30000 1 3 M= 255 , +0,\t7 ",
-                                 L"112 3 1 I=258",
-                                 L"112 3 2 M=258,65535",
-                                 L"112 4 1 I=4294967295",
-                                 L"112 4 1 M=16909060",
-                                 L"112 4 1 I=16909060",
-                                 L"112 9 2 M=-1,-2147483648",
-                                 L"11A 5 1 M=72/1",
-                                 L"11A 5 2 I=1 / 2, 3/4",
-                                 L"11A 10 1 M=-3/-7",
-                                 L"11A 11 1 M=1.5",
-                                 L"11A 11 1 I=-2e-1",
-                                 L"11A 12 1 M=+0.25",
-                                 L"11A 12 1 I=1E3",
-                                 L"112 3 0 I= ",
-                                 L"10F 2 6 I=abcdef",
-                                 L"10F 2 0 I=",
-                                 L"9000 7 4 I=02300",
-                                 L"30000 1 4 I=2,2,0",
-                                 L"112 3 1 I=1,2",
-                                 L"112 3 1 I=",
-                                 L"30000 1 1 I=300",
-                                 L"112 3 1 I=-1",
-                                 L"112 4 1 I=99999999999999999999",
-                                 L"112 9 1 I=2147483648",
-                                 L"112 3 1 I=six",
-                                 L"112 3 3 I=1,,2",
-                                 L"112 3 1 I=1.0",
-                                 L"11A 5 1 I=72",
-                                 L"11A 5 1 I=-1/2",
-                                 L"11A 5 1 I=1/2/3",
-                                 L"11A 11 1 I=1e99",
-                                 L"11A 11 1 I=1.5x",
-                                 L"11A 12 1 I=0x10",
-                                 L"11A 6 1 I=1",
-                                 L"11A 8 1 I=1",
-                                 L"11A 0 1 I=1",
-                                 L"11A 13 1 I=1"}) {
+  std::wistringstream requests(
+      L"10F 2 6 I=ab|10F 2 3 M=ab|10F 2 4 I=\u00e9|9000 7 4 I=0230|9000 7 3 I=x|"
+      L"30000 1 4 I=2,2,0,0|30000 1 3 M= 255 , +0,\t7 |112 3 1 I=258|112 3 2 M=258,65535|"
+      L"112 4 1 I=4294967295|112 4 1 M=16909060|112 4 1 I=16909060|112 9 2 M=-1,-2147483648|"
+      L"11A 5 1 M=72/1|11A 5 2 I=1 / 2, 3/4|11A 10 1 M=-3/-7|11A 11 1 M=1.5|11A 11 1 I=-2e-1|"
+      L"11A 12 1 M=+0.25|11A 12 1 I=1E3|112 3 0 I= |10F 2 6 I=abcdef|10F 2 0 I=|"
+      L"9000 7 4 I=02300|30000 1 4 I=2,2,0|112 3 1 I=1,2|112 3 1 I=|30000 1 1 I=300|"
+      L"112 3 1 I=-1|112 4 1 I=99999999999999999999|112 9 1 I=2147483648|112 3 1 I=six|"
+      L"112 3 3 I=1,,2|112 3 1 I=1.0|11A 5 1 I=72|11A 5 1 I=-1/2|11A 5 1 I=1/2/3|"
+      L"11A 11 1 I=1e99|11A 11 1 I=1.5x|11A 12 1 I=0x10|11A 6 1 I=1|11A 8 1 I=1|11A 0 1 I=1|"
+      L"11A 13 1 I=1");
+  for (std::wstring request; std::getline(requests, request, L'|');) {
     uint32_t tag = 0, type = 0, count = 0;
     wchar_t order = 0;
-    std::swscanf(request, L"%x %u %u %lc", &tag, &type, &count, &order);
-    const wchar_t* value = std::wcschr(request, L'=') + 1;
+    std::swscanf(request.c_str(), L"%x %u %u %lc", &tag, &type, &count, &order);
     out << "make " << test::Narrow(request) << " => ";
     try {
-      const auto p = MakeOverride(tag, type, count, order == L'M', value);
+      const auto p =
+          MakeOverride(tag, type, count, order == L'M', request.c_str() + request.find(L'=') + 1);
       EXPECT_TRUE(p->id == tag && p->type == type && p->count == count);
       EXPECT_EQ(p->data[p->length], 0);
       out << test::Hex(p->data, p->length) << "\n";

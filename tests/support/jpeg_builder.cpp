@@ -89,8 +89,7 @@ Bytes BitWriter::Finish() {
 }
 
 Bytes TinyGrayJpeg() {
-  std::vector<uint8_t> one_code(16, 0);
-  one_code[0] = 1;
+  const std::vector<uint8_t> one_code = {1};
   return JpegBuilder()
       .Soi()
       .Dqt(0)
@@ -144,30 +143,19 @@ std::vector<std::pair<size_t, size_t>> ScanDataRanges(const Bytes& file) {
   return ranges;
 }
 
-namespace {
-
-// The folders a test program made, removed with everything in them when it ends.
-struct TempDirs {
-  std::vector<std::string> paths;
-  ~TempDirs() {
-    for (const std::string& path : paths) {
-      std::error_code ignored;
-      std::filesystem::remove_all(path, ignored);
-    }
-  }
-};
-
-}  // namespace
-
+// Each folder goes with everything in it when the test program ends.
 std::string MakeTempDir() {
-  static TempDirs made;
+  struct Made : std::vector<std::string> {
+    ~Made() {
+      for (const std::string& path : *this) {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+      }
+    }
+  };
+  static Made made;
   char pattern[] = "/tmp/corvi-test-XXXXXX";
-  const char* dir = mkdtemp(pattern);
-  if (dir == nullptr) {
-    return std::string("/tmp");
-  }
-  made.paths.emplace_back(dir);
-  return made.paths.back();
+  return mkdtemp(pattern) == nullptr ? "/tmp" : made.emplace_back(pattern);
 }
 
 std::string WriteTempFile(const std::string& name, const Bytes& bytes) {

@@ -1,5 +1,5 @@
-// Helpers of the rewriter's tests: synthetic layers and templates, Merge into bytes, decoding,
-// hashing and picture comparison.
+// Helpers of the rewriter's tests: synthetic layers, Merge into bytes, decoding, text and picture
+// comparison.
 #include "tests/support/merge_support.h"
 
 #include <gtest/gtest.h>
@@ -36,20 +36,6 @@ void MakeGradientLayer(RawLayer& layer, uint32_t width, uint32_t height) {
   }
 }
 
-void Rescale(const RawLayer& source, uint32_t width, uint32_t height, RawLayer& out) {
-  out.width = width;
-  out.height = height;
-  out.AllocatePixels();
-  for (uint32_t y = 0; y < height; ++y) {
-    for (uint32_t x = 0; x < width; ++x) {
-      const uint64_t sx = uint64_t{x} * source.width / width,
-                     sy = uint64_t{y} * source.height / height;
-      std::copy_n(source.pixels + (sy * source.width + sx) * 4, 4,
-                  out.pixels + (uint64_t{y} * width + x) * 4);
-    }
-  }
-}
-
 Bytes MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra, uint32_t padding) {
   TiffBuilder b(motorola);
   auto dir = b.Directory(
@@ -73,6 +59,7 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
   const std::filesystem::path dir = MakeTempDir(), previous = std::filesystem::current_path();
   std::filesystem::current_path(dir);
   std::ofstream("out.jpg", std::ios::binary) << "old contents";
+  uint32_t size = 0, position = 0;
   const PropertyList none;
   try {
     OutputFile file(L"out.jpg");
@@ -81,13 +68,14 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
     } catch (const RawLayerException& e) {
       out.error = Narrow(e.message != nullptr ? e.message : L"(null)");
     }
-    out.size = file.size;
-    out.position = file.position;
+    size = file.size, position = file.position;
   } catch (const RawLayerException& e) {
     out.error = "open: " + Narrow(e.message != nullptr ? e.message : L"(null)");
   }
   std::filesystem::current_path(previous);
   out.bytes = ReadFile((dir / "out.jpg").string());
+  EXPECT_EQ(out.bytes.empty(), !out.error.empty());
+  EXPECT_TRUE(size == out.bytes.size() && position == size) << size << " " << position;
   const auto files = std::distance(std::filesystem::directory_iterator(dir), {});
   EXPECT_TRUE(!out.error.empty() || files == 1) << "a temporary file is left";
   std::filesystem::remove_all(dir);
@@ -108,12 +96,14 @@ bool DecodeBytes(const Bytes& jpeg, RawLayer& layer) {
   return layer.pixels != nullptr;
 }
 
-uint64_t Fnv1a64(const void* data, size_t size) {
-  uint64_t hash = 0xCBF29CE484222325u;
+std::string Fnv1a64(const void* data, size_t size) {
+  unsigned long long hash = 0xCBF29CE484222325u;
   for (size_t i = 0; i < size; ++i) {
     hash = (hash ^ static_cast<const uint8_t*>(data)[i]) * 0x100000001B3u;
   }
-  return hash;
+  char text[20];
+  std::snprintf(text, sizeof text, "%016llX", hash);
+  return text;
 }
 
 std::string Hex(const uint8_t* data, size_t size) {

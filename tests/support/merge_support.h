@@ -1,5 +1,5 @@
-// Helpers of the rewriter's tests: synthetic layers, Merge into bytes, decoding, golden text and
-// picture comparison.
+// Helpers of the rewriter's tests: synthetic layers, Merge into bytes, decoding, text and picture
+// comparison.
 #pragma once
 
 #include <cstdint>
@@ -16,9 +16,6 @@ namespace corvi::test {
 // transparent rectangle at (4, 4)-(9, 8), and the last six columns half transparent.
 void MakeGradientLayer(RawLayer& layer, uint32_t width, uint32_t height);
 
-// A nearest-neighbour copy of `source` at another size.
-void Rescale(const RawLayer& source, uint32_t width, uint32_t height, RawLayer& out);
-
 // An APP1 payload ("Exif\0\0" and TIFF) with Make "Cam" and `thumbnail` behind `padding` zero
 // bytes, declared `extra` bytes longer than it is.
 Bytes MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra = 0,
@@ -27,20 +24,18 @@ Bytes MakeExifThumbnail(bool motorola, const Bytes& thumbnail, uint32_t extra = 
 struct MergeOutput {
   Bytes bytes;        // the output file after Merge, which held other bytes before
   std::string error;  // the exception's text; empty when Merge succeeded
-  uint32_t size = 0;  // OutputFile bookkeeping after Merge
-  uint32_t position = 0;
 };
-// Merges into a file that held other bytes, in a fresh current directory: a thumbnail goes
-// through the default temporary file, which must be gone afterwards.
+// Merges into a file that held other bytes, in a fresh current directory. Expects the file empty
+// exactly on an error, OutputFile's size and position at its end, and no temporary file left.
 MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Background& background,
                        const PropertyList* overrides = nullptr);
 
 // Decodes with corvi's decoder; false when the stream does not scan or decode.
 bool DecodeBytes(const Bytes& jpeg, RawLayer& layer);
 
-uint64_t Fnv1a64(const void* data, size_t size);
-std::string Hex(const uint8_t* data, size_t size);  // "0A FF ..."
-std::string Narrow(const std::wstring& text);       // '?' for all but ASCII
+std::string Fnv1a64(const void* data, size_t size);  // 16 hex digits
+std::string Hex(const uint8_t* data, size_t size);   // "0A FF ..."
+std::string Narrow(const std::wstring& text);        // '?' for all but ASCII
 
 // The top bytes of a layer's RGB, composited over `background` when given (and, for `gray`, the
 // mean of the channels taken first, as grey frames do).

@@ -34,6 +34,7 @@ ProcessResult RunProgram(const char* program, const char* name, const std::strin
     }
     dup2(out, 1);
     dup2(err, 2);
+    alarm(30);  // a run that hangs is killed, and so fails
     execv(program, argv.data());
     _exit(126);
   }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
 #include <string>
 
 #include "base/property.h"
@@ -48,8 +47,7 @@ Bytes QuantPayload() {
 // rewriter, which keeps the tables and the frame and makes the scan anew. Its Huffman tables
 // only name the four tables that the rewriter builds.
 JpegBuilder& FrameTemplate(JpegBuilder& builder, uint16_t width, uint16_t height) {
-  std::vector<uint8_t> one_code(16, 0);
-  one_code[0] = 1;
+  const std::vector<uint8_t> one_code = {1};
   return builder.Segment(0xDB, QuantPayload())
       .Sof(0xC0, 8, width, height, {{1, 0x22, 0}, {2, 0x11, 1}, {3, 0x11, 1}})
       .Dht(0, 0, one_code, {0})
@@ -81,36 +79,33 @@ Bytes MakeExifPayload() {
       {0x0201, 4, 1, tiff.Long(0)},
       {0x0202, 4, 1, tiff.Long(0)},
   });
-  JpegBuilder thumbnail;
-  FrameTemplate(thumbnail.Soi(), 16, 12);
-  tiff.Patch32(ifd1.value_field[1], tiff.Append(thumbnail.bytes()));
-  tiff.Patch32(ifd1.value_field[2], static_cast<uint32_t>(thumbnail.bytes().size()));
+  JpegBuilder builder;
+  const Bytes thumbnail = FrameTemplate(builder.Soi(), 16, 12).bytes();
+  tiff.Patch32(ifd1.value_field[1], tiff.Append(thumbnail));
+  tiff.Patch32(ifd1.value_field[2], static_cast<uint32_t>(thumbnail.size()));
   return tiff.ExifPayload();
-}
-
-// A diagonal colour gradient with an orange disc, a dark blue box and a white line on it.
-void SamplePixel(int x, int y, uint8_t* rgb) {
-  int r = 40 + x * 3, g = 30 + y * 4, b = 200 - x - y;
-  if ((x - 20) * (x - 20) + (y - 22) * (y - 22) <= 12 * 12) {
-    r = 240, g = 140, b = 20;
-  }
-  if (x >= 38 && x < 58 && y >= 6 && y < 20) {
-    r = 20, g = 30, b = 120;
-  }
-  if (x >= 34 && x - 34 == (y - 26) * 2 && y >= 26 && y < 40) {
-    r = g = b = 250;
-  }
-  rgb[0] = static_cast<uint8_t>(r);
-  rgb[1] = static_cast<uint8_t>(g);
-  rgb[2] = static_cast<uint8_t>(b);
 }
 
 }  // namespace
 
+// A diagonal colour gradient with an orange disc, a dark blue box and a white line on it.
 Bytes SampleJpegPixels() {
-  Bytes pixels(size_t{kSampleJpegWidth} * kSampleJpegHeight * 3);
-  for (int i = 0; i < kSampleJpegWidth * kSampleJpegHeight; ++i) {
-    SamplePixel(i % kSampleJpegWidth, i / kSampleJpegWidth, &pixels[3 * static_cast<size_t>(i)]);
+  Bytes pixels;
+  for (int y = 0; y < kSampleJpegHeight; ++y) {
+    for (int x = 0; x < kSampleJpegWidth; ++x) {
+      int r = 40 + x * 3, g = 30 + y * 4, b = 200 - x - y;
+      if ((x - 20) * (x - 20) + (y - 22) * (y - 22) <= 12 * 12) {
+        r = 240, g = 140, b = 20;
+      }
+      if (x >= 38 && x < 58 && y >= 6 && y < 20) {
+        r = 20, g = 30, b = 120;
+      }
+      if (x >= 34 && x - 34 == (y - 26) * 2 && y >= 26 && y < 40) {
+        r = g = b = 250;
+      }
+      pixels.insert(pixels.end(),
+                    {static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b)});
+    }
   }
   return pixels;
 }
@@ -128,15 +123,14 @@ Bytes MakeSampleTemplate() {
 
 Bytes MakeSampleJpeg() {
   const std::string template_path = WriteTempFile("template.jpg", MakeSampleTemplate());
-  const std::filesystem::path directory = std::filesystem::path(template_path).parent_path();
-  const std::string output_path = (directory / "sample.jpg").string();
-  Bytes result;
+  const std::string directory = template_path.substr(0, template_path.rfind('/'));
+  const std::string output_path = directory + "/sample.jpg";  // both go when the tests end
+  Bytes result;                                               // empty on a failure
   try {
     JPEGReader reader(DecodeArgument(template_path.c_str()).c_str());
     reader.Scan();
     RawLayer layer;
-    layer.width = kSampleJpegWidth;
-    layer.height = kSampleJpegHeight;
+    layer.width = kSampleJpegWidth, layer.height = kSampleJpegHeight;
     layer.AllocatePixels();
     const Bytes rgb = SampleJpegPixels();
     for (size_t i = 0; i < rgb.size(); ++i) {
@@ -145,15 +139,12 @@ Bytes MakeSampleJpeg() {
     }
     {
       OutputFile file(DecodeArgument(output_path.c_str()).c_str());
-      PropertyList overrides;
-      Merge(file, layer, *reader.markers, overrides, Background(),
+      Merge(file, layer, *reader.markers, PropertyList(), Background(),
             DecodeArgument(directory.c_str()).c_str());
     }
     result = ReadFile(output_path);
   } catch (const RawLayerException&) {
-    result.clear();
   }
-  std::filesystem::remove_all(directory);
   return result;
 }
 
