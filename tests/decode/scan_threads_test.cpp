@@ -45,13 +45,8 @@ TEST(ScanThreads, AndIdleSkipsGiveTheFullWalksOutcomeOnDamagedStreams) {
     const Bytes file = test::EncodeWithLibjpeg(f);
     ASSERT_FALSE(file.empty());
     const bool large = i >= 8 && f.width >= 256, small = i < 8;
-    for (const test::Variant& v : test::DamagedVariants(file,
-                                                        small   ? 4
-                                                        : large ? 1
-                                                                : 0,
-                                                        small   ? 24
-                                                        : large ? 3
-                                                                : 0)) {
+    const size_t cuts = small ? 4 : large ? 1 : 0, points = small ? 24 : large ? 3 : 0;
+    for (const test::Variant& v : test::DamagedVariants(file, cuts, points)) {
       SCOPED_TRACE(testing::Message() << f.width << "x" << f.height << " progressive "
                                       << f.progressive << ", " << v.name);
       const DecodeOutcome full = DecodeWithLibrary(v.bytes, !small, true);

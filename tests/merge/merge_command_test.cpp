@@ -1,10 +1,9 @@
 // corvi-merge run as a process: options, exit statuses and messages, the safe replacement of
-// OUTPUT, and the result read back with the inspector and the decoder. The runs are pinned in
-// tests/golden/merge_command.txt and merge_end_to_end.txt.
+// OUTPUT, and the result read back with the inspector and the decoder. The command lines and their
+// runs are kept in tests/golden/merge_command.txt and merge_end_to_end.txt.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -19,30 +18,26 @@
 namespace corvi {
 namespace {
 
-using test::Bytes;
-
 // work/ is the current directory of every run, with t.jpg (the 64x48 sample) in it.
 class MergeCommandTest : public testing::Test {
  protected:
   void SetUp() override {
-    work = test::MakeTempDir() + "/work";
     std::filesystem::create_directory(work);
     Write("t.jpg", test::MakeSampleJpeg());
   }
   void TearDown() override { std::filesystem::remove_all(work + "/.."); }
 
-  void Write(const std::string& name, const Bytes& bytes) {
+  void Write(const std::string& name, const test::Bytes& bytes) {
     std::ofstream(work + "/" + name, std::ios::binary) << std::string(bytes.begin(), bytes.end());
   }
   // A PAM RGB_ALPHA image of one colour.
-  void WritePam(const std::string& name, int width, int height, std::array<uint8_t, 4> rgba) {
-    const std::string header = "P7\nWIDTH " + std::to_string(width) + "\nHEIGHT " +
-                               std::to_string(height) + "\nDEPTH 4\nMAXVAL 255\nENDHDR\n";
-    Bytes bytes(header.begin(), header.end());
+  void WritePam(const std::string& name, int width, int height, const std::string& rgba) {
+    std::string pam = "P7\nWIDTH " + std::to_string(width) + "\nHEIGHT " + std::to_string(height) +
+                      "\nDEPTH 4\nMAXVAL 255\nENDHDR\n";
     for (int i = 0; i < width * height; ++i) {
-      bytes.insert(bytes.end(), rgba.begin(), rgba.end());
+      pam += rgba;
     }
-    Write(name, bytes);
+    std::ofstream(work + "/" + name, std::ios::binary) << pam;
   }
   // The run's status, output and errors, with the colour at the centre of OUTPUT when it wrote.
   std::string Run(const std::vector<std::string>& args) {
@@ -62,15 +57,14 @@ class MergeCommandTest : public testing::Test {
   std::vector<std::string> Listing() const {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(work)) {
-      if (entry.path().filename() != "out.jpg") {
-        names.push_back(entry.path().filename().string());
-      }
+      names.push_back(entry.path().filename().string());
     }
+    names.erase(std::remove(names.begin(), names.end(), "out.jpg"), names.end());
     std::sort(names.begin(), names.end());
     return names;
   }
 
-  std::string work;
+  const std::string work = test::MakeTempDir() + "/work";
 };
 
 // Each run with no OUTPUT and over an old one: an error leaves OUTPUT as it was, and no run
@@ -78,41 +72,30 @@ class MergeCommandTest : public testing::Test {
 TEST_F(MergeCommandTest, RunsMatchGoldenTextAndLeaveNoTemporaryFile) {
   Write("text.jpg", {'n', 'o', 't'});
   Write("p3.ppm", {'P', '3', ' ', '1', ' ', '1', ' ', '1', ' ', '0'});
-  Bytes progressive = test::TinyGrayJpeg();
+  test::Bytes progressive = test::TinyGrayJpeg();
   const uint8_t sof[] = {0xFF, 0xC0};
   std::search(progressive.begin(), progressive.end(), sof, sof + 2)[1] = 0xC2;
   Write("progressive.jpg", progressive);
-  WritePam("green.pam", 64, 48, {0, 255, 0, 255});
-  WritePam("blue.pam", 7, 5, {0, 0, 255, 255});  // resampled
-  WritePam("clear.pam", 64, 48, {0, 0, 0, 0});
-  std::istringstream cases(
-      "|t.jpg|t.jpg a.jpg b.jpg|t.jpg -b 000000 out.jpg|t.jpg out.jpg -b|-x t.jpg out.jpg|"
-      "--bogus t.jpg out.jpg|-hx t.jpg out.jpg|-p|-b 12345 t.jpg out.jpg|-bfffffg t.jpg out.jpg|"
-      "-b fffffffffffff t.jpg out.jpg|-s Make t.jpg out.jpg|-sMaker=x t.jpg out.jpg|"
-      "-s Make=corvi! t.jpg out.jpg|-p p3.ppm t.jpg out.jpg|-p green.pam progressive.jpg out.jpg|"
-      "-p missing.ppm t.jpg out.jpg|text.jpg out.jpg|missing.jpg out.jpg|-h -x|--help -x|"
-      "--version -x|-p green.pam t.jpg out.jpg|-p blue.pam t.jpg out.jpg|"
-      "-p clear.pam t.jpg out.jpg|-bffff00000000 -p clear.pam t.jpg out.jpg|"
-      "-b 00ff00 -b 000000 -p clear.pam t.jpg out.jpg");
+  WritePam("green.pam", 64, 48, {0, '\xFF', 0, '\xFF'});
+  WritePam("blue.pam", 7, 5, {0, 0, '\xFF', '\xFF'});  // resampled
+  WritePam("clear.pam", 64, 48, std::string(4, '\0'));
   const std::vector<std::string> before = Listing();
-  std::string golden;
-  for (std::string c; std::getline(cases, c, '|');) {
-    SCOPED_TRACE(c);
+  test::ExpectGoldenCases("merge_command.txt", [&](const std::string& line) {
+    SCOPED_TRACE(line);
     std::vector<std::string> args;
-    std::istringstream words(c);
+    std::istringstream words(line.substr(13));  // behind "$ corvi-merge"
     for (std::string word; words >> word;) {
       args.push_back(word);
     }
-    golden += "$ corvi-merge " + c + "\n" + Run(args);
+    const std::string first = Run(args);
     EXPECT_EQ(Listing(), before);
     Write("out.jpg", {'o', 'l', 'd'});
-    const std::string again = Run(args);
-    EXPECT_EQ(again, golden.substr(golden.size() - again.size())) << "over an old OUTPUT";
-    EXPECT_EQ(test::Slurp(work + "/out.jpg") == "old", again.find("Wrote") == std::string::npos);
+    EXPECT_EQ(Run(args), first) << "over an old OUTPUT";
+    EXPECT_EQ(test::Slurp(work + "/out.jpg") == "old", first.find("Wrote") == std::string::npos);
     EXPECT_EQ(Listing(), before);
     std::filesystem::remove(work + "/out.jpg");
-  }
-  test::ExpectGolden("merge_command.txt", golden);
+    return first;
+  });
 }
 
 // OUTPUT names TEMPLATE and PIXELS at once, and the thumbnail is made outside the working

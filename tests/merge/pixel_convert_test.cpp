@@ -1,5 +1,5 @@
-// Pixels to level-shifted sample blocks, pinned by hashes in tests/golden/merge_pixels.txt, and the
-// vector form of the conversion.
+// Pixels to level-shifted sample blocks, pinned by hashes in tests/golden/merge_pixels.txt, and
+// the vector form of the conversion.
 #include "merge/pixel_convert.h"
 
 #include <gtest/gtest.h>
@@ -17,9 +17,9 @@
 namespace corvi {
 namespace {
 
-// Every sampling mode over a layer of odd size with transparent pixels: the hashes pin the
-// colour weights, the compositing, the chroma means and the order of their sums, and the
-// replication at the right and bottom edges.
+// "mode N" over a layer of odd size with transparent pixels: the hashes pin the colour weights,
+// the compositing, the chroma means and the order of their sums, and the replication at the right
+// and bottom edges.
 TEST(ConvertPixels, BlocksOfEveryModeMatchGoldenText) {
   RawLayer layer;
   layer.width = 17, layer.height = 9;
@@ -28,23 +28,21 @@ TEST(ConvertPixels, BlocksOfEveryModeMatchGoldenText) {
   for (uint32_t i = 0; i < 4 * 17 * 9; ++i) {
     layer.pixels[i] = static_cast<uint16_t>(i % 4 == 3 && i % 3 != 0 ? 65535 : random());
   }
-  const uint8_t luma[] = {0x11, 0x21, 0x12, 0x22, 0x11};
-  std::string golden;
-  for (int32_t mode = 1; mode <= 5; ++mode) {
+  test::ExpectGoldenCases("merge_pixels.txt", [&](const std::string& line) {
+    const int32_t mode = std::stoi(line.substr(5));
+    const uint8_t luma = "\x11\x21\x12\x22\x11"[mode - 1];
     MergeState state;
     state.width = layer.width, state.height = layer.height;
     for (int32_t id = 1; id <= (mode == 5 ? 1 : 3); ++id) {
       state.components[id] = new ComponentInfo();
     }
-    state.components[1]->h = luma[mode - 1] >> 4, state.components[1]->v = luma[mode - 1] & 15;
+    state.components[1]->h = luma >> 4, state.components[1]->v = luma & 15;
     PlanMergeSampling(state);
-    ASSERT_EQ(state.sampling_mode, static_cast<SamplingMode>(mode));
+    EXPECT_EQ(state.sampling_mode, static_cast<SamplingMode>(mode));
     std::vector<float> blocks(size_t{64} * state.blocks_per_mcu * state.mcu_count);
     ConvertPixels(state, layer, blocks.data(), Background{1000, 30000, 50000});
-    golden += "mode " + std::to_string(mode) + " => " +
-              test::Fnv1a64(blocks.data(), blocks.size() * sizeof(float)) + "\n";
-  }
-  test::ExpectGolden("merge_pixels.txt", golden);
+    return test::Fnv1a64(blocks.data(), blocks.size() * sizeof(float));
+  });
 }
 
 TEST(OpaqueQuadToYCbCr, ConvertsLikeSinglePixels) {

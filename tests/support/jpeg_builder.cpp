@@ -20,12 +20,8 @@ JpegBuilder& JpegBuilder::Raw(const Bytes& bytes) {
 }
 
 JpegBuilder& JpegBuilder::Segment(uint8_t code, const Bytes& payload) {
-  return SegmentWithLength(code, static_cast<uint16_t>(payload.size() + 2), payload);
-}
-
-JpegBuilder& JpegBuilder::SegmentWithLength(uint8_t code, uint16_t stored_length,
-                                            const Bytes& payload) {
-  Raw({0xFF, code, static_cast<uint8_t>(stored_length >> 8), static_cast<uint8_t>(stored_length)});
+  const size_t length = payload.size() + 2;
+  Raw({0xFF, code, static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length)});
   return Raw(payload);
 }
 
@@ -65,27 +61,6 @@ JpegBuilder& JpegBuilder::Sos(const std::vector<std::array<uint8_t, 2>>& compone
   }
   payload.insert(payload.end(), {ss, se, ah_al});
   return Segment(0xDA, payload);
-}
-
-void BitWriter::Put(uint32_t value, uint32_t bit_count) {
-  for (uint32_t i = bit_count; i > 0; --i) {
-    accumulator = (accumulator << 1) | ((value >> (i - 1)) & 1);
-    if (++count == 8) {
-      data.push_back(static_cast<uint8_t>(accumulator));
-      if (accumulator == 0xFF) {
-        data.push_back(0x00);
-      }
-      accumulator = 0;
-      count = 0;
-    }
-  }
-}
-
-Bytes BitWriter::Finish() {
-  while (count != 0) {
-    Put(1, 1);
-  }
-  return data;
 }
 
 Bytes TinyGrayJpeg() {
@@ -143,7 +118,6 @@ std::vector<std::pair<size_t, size_t>> ScanDataRanges(const Bytes& file) {
   return ranges;
 }
 
-// Each folder goes with everything in it when the test program ends.
 std::string MakeTempDir() {
   struct Made : std::vector<std::string> {
     ~Made() {

@@ -17,20 +17,16 @@ namespace corvi::test {
 
 using Bytes = std::vector<uint8_t>;
 
-// Appends segments to a byte stream. Lengths are computed unless given.
+// Appends segments to a byte stream; each segment's stored length is its payload's plus 2.
 class JpegBuilder {
  public:
   JpegBuilder& Soi() { return Raw({0xFF, 0xD8}); }
   JpegBuilder& Eoi() { return Raw({0xFF, 0xD9}); }
   JpegBuilder& Raw(std::initializer_list<uint8_t> bytes) { return Raw(Bytes(bytes)); }
   JpegBuilder& Raw(const Bytes& bytes);
-  // 0xFF, code, stored length (payload + 2), payload.
   JpegBuilder& Segment(uint8_t code, const Bytes& payload);
-  // A segment whose stored length is given, whatever the payload.
-  JpegBuilder& SegmentWithLength(uint8_t code, uint16_t stored_length, const Bytes& payload);
-  // One 8-bit table with every entry `value`.
-  JpegBuilder& Dqt(uint8_t id, uint8_t value = 1);
-  // One table: class 0 DC, 1 AC; `counts` has 16 entries.
+  JpegBuilder& Dqt(uint8_t id, uint8_t value = 1);  // 8-bit, every entry `value`
+  // table_class 0 DC, 1 AC; `counts` has up to 16 entries.
   JpegBuilder& Dht(uint8_t table_class, uint8_t id, const std::vector<uint8_t>& counts,
                    const Bytes& symbols);
   // components: {id, sampling byte, quant table}.
@@ -49,45 +45,30 @@ class JpegBuilder {
   Bytes data;
 };
 
-// Writes Huffman codes and bits MSB first, stuffing 0x00 behind every 0xFF.
-class BitWriter {
- public:
-  void Put(uint32_t value, uint32_t bit_count);
-  // Pads the last byte with 1 bits, as encoders do.
-  Bytes Finish();
-
- private:
-  Bytes data;
-  uint32_t accumulator = 0;
-  uint32_t count = 0;
-};
-
-// A grey 8x8 baseline file: DC table with one 1-bit code for symbol 0 and AC table with one
-// 1-bit code for symbol 0 (end of block), so every block is flat. Under 200 bytes.
+// A grey 8x8 baseline file whose DC and AC tables each hold one 1-bit code for symbol 0, so
+// every block is flat. Under 200 bytes.
 Bytes TinyGrayJpeg();
 
-// The result of scanning bytes in memory: the list and the coverage over them.
 struct ScanResult {
   std::unique_ptr<ByteCoverage> coverage;
   std::unique_ptr<MarkerList> markers;
   std::wstring error;  // the exception's text, empty when the scan succeeded
 };
-// The nesting depths of `limits` apply; by default there are none, as in the tool.
+// Scans bytes in memory under the nesting depths of `limits` (by default none, as in the tool).
 ScanResult ScanBytes(const Bytes& bytes, const Limits& limits = Limits::None());
 
-// Dumps a scanned list as the tool would (without the file line) and returns the text.
+// The dump of a scanned list as the tool prints it, without the file line.
 std::string DumpText(const ScanResult& result, const Bytes& bytes);
 
-// The entropy-coded data of every scan: [start, end) from behind each SOS to the next marker
-// that is neither a stuffed zero nor a restart marker.
+// [start, end) of each scan's entropy-coded data: from behind its SOS to the next marker that
+// is neither a stuffed zero nor a restart marker.
 std::vector<std::pair<size_t, size_t>> ScanDataRanges(const Bytes& file);
 
-// Writes bytes to a file under a fresh temporary directory and returns its path.
-std::string WriteTempFile(const std::string& name, const Bytes& bytes);
+// A fresh temporary directory, removed with its contents when the test program ends.
 std::string MakeTempDir();
-
-// Reads a whole file; empty when it cannot be read.
-Bytes ReadFile(const std::string& path);
+// Writes `bytes` to `name` in a fresh temporary directory and returns the path.
+std::string WriteTempFile(const std::string& name, const Bytes& bytes);
+Bytes ReadFile(const std::string& path);  // empty when it cannot be read
 std::string CorpusPath(const std::string& name);
 bool CorpusAvailable();
 

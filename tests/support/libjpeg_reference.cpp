@@ -1,4 +1,5 @@
-// libjpeg-turbo as a reference decoder for the tests: float DCT, box upsampling, RGB out.
+// libjpeg-turbo as a peer for the tests. No C++ object with a destructor lives between a setjmp and
+// its longjmp.
 #include "tests/support/libjpeg_reference.h"
 
 #ifdef CORVI_HAVE_LIBJPEG
@@ -12,7 +13,17 @@
 
 namespace corvi::test {
 
-#ifdef CORVI_HAVE_LIBJPEG
+#ifndef CORVI_HAVE_LIBJPEG
+bool HaveLibjpeg() {
+  return false;
+}
+void DecodeWithLibjpeg(const Bytes&, Reference& out) {
+  out.ok = false;
+}
+Bytes EncodeWithLibjpeg(const EncodeRequest&) {
+  return {};
+}
+#else
 namespace {
 
 struct ErrorManager {
@@ -20,16 +31,12 @@ struct ErrorManager {
   std::jmp_buf jump;
 };
 
-void OnError(j_common_ptr info) {
-  std::longjmp(reinterpret_cast<ErrorManager*>(info->err)->jump, 1);
-}
-
-void OnMessage(j_common_ptr, int) {}  // warnings are counted, not printed
-
 jpeg_error_mgr* Watch(ErrorManager& errors) {
   jpeg_std_error(&errors.base);
-  errors.base.error_exit = OnError;
-  errors.base.emit_message = OnMessage;
+  errors.base.error_exit = [](j_common_ptr info) {
+    std::longjmp(reinterpret_cast<ErrorManager*>(info->err)->jump, 1);
+  };
+  errors.base.emit_message = [](j_common_ptr, int) {};  // warnings are counted, not printed
   return &errors.base;
 }
 
@@ -39,14 +46,13 @@ bool HaveLibjpeg() {
   return true;
 }
 
-// No C++ object with a destructor lives between setjmp and longjmp.
 void DecodeWithLibjpeg(const Bytes& file, Reference& out) {
   jpeg_decompress_struct info;
   ErrorManager errors;
   info.err = Watch(errors);
+  out.ok = false;
   if (setjmp(errors.jump) != 0) {
     jpeg_destroy_decompress(&info);
-    out.ok = false;
     return;
   }
   jpeg_create_decompress(&info);
@@ -69,7 +75,6 @@ void DecodeWithLibjpeg(const Bytes& file, Reference& out) {
   out.ok = true;
 }
 
-// An encode of a synthetic picture; no C++ object with a destructor lives across the jump.
 Bytes EncodeWithLibjpeg(const EncodeRequest& request) {
   jpeg_compress_struct info;
   ErrorManager errors;
@@ -77,7 +82,7 @@ Bytes EncodeWithLibjpeg(const EncodeRequest& request) {
   unsigned char* buffer = nullptr;
   unsigned long size = 0;
   const int components = request.gray ? 1 : 3;
-  std::vector<uint8_t> row(static_cast<size_t>(request.width) * components);
+  std::vector<uint8_t> row(size_t{request.width} * components);
   if (setjmp(errors.jump) != 0) {
     jpeg_destroy_compress(&info);
     std::free(buffer);
@@ -91,23 +96,18 @@ Bytes EncodeWithLibjpeg(const EncodeRequest& request) {
   info.in_color_space = request.gray ? JCS_GRAYSCALE : JCS_RGB;
   jpeg_set_defaults(&info);
   jpeg_set_quality(&info, 90, TRUE);
-  if (!request.gray) {
-    info.comp_info[0].h_samp_factor = request.h;
-    info.comp_info[0].v_samp_factor = request.v;
-  }
+  info.comp_info[0].h_samp_factor = request.gray ? 1 : request.h;
+  info.comp_info[0].v_samp_factor = request.gray ? 1 : request.v;
   info.restart_interval = request.restart_interval;
   if (request.progressive) {
     jpeg_simple_progression(&info);
   }
   jpeg_start_compress(&info, TRUE);
-  while (info.next_scanline < info.image_height) {
-    const uint32_t y = info.next_scanline;
-    for (uint32_t x = 0; x < request.width; ++x) {
-      for (int c = 0; c < components; ++c) {
-        // Smooth gradients with some texture, so that every band has coefficients.
-        row[x * components + c] =
-            static_cast<uint8_t>((x * (3 + c) + y * (5 - c) + ((x * y) % 7) * 9) & 0xFF);
-      }
+  for (uint32_t y = 0; y < request.height; ++y) {
+    for (uint32_t x = 0; x < request.width * components; ++x) {
+      // Smooth gradients with some texture, so that every band has coefficients.
+      const uint32_t c = x % components, at = x / components;
+      row[x] = static_cast<uint8_t>((at * (3 + c) + y * (5 - c) + ((at * y) % 7) * 9) & 0xFF);
     }
     JSAMPROW rows[1] = {row.data()};
     jpeg_write_scanlines(&info, rows, 1);
@@ -118,19 +118,6 @@ Bytes EncodeWithLibjpeg(const EncodeRequest& request) {
   std::free(buffer);
   return out;
 }
-
-#else
-
-bool HaveLibjpeg() {
-  return false;
-}
-void DecodeWithLibjpeg(const Bytes&, Reference& out) {
-  out.ok = false;
-}
-Bytes EncodeWithLibjpeg(const EncodeRequest&) {
-  return {};
-}
-
 #endif
 
 }  // namespace corvi::test

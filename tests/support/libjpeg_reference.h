@@ -1,4 +1,5 @@
-// libjpeg-turbo as a reference decoder for the tests: float DCT, box upsampling, RGB out.
+// libjpeg-turbo as a peer for the tests: a decoder (float DCT, box upsampling, RGB out) and an
+// encoder of synthetic pictures.
 #pragma once
 
 #include <cstdint>
@@ -18,16 +19,13 @@ struct Reference {
 // Whether the tests were built with libjpeg.
 bool HaveLibjpeg();
 
-// Decodes `file` with libjpeg; `out.ok` tells whether it could.
 void DecodeWithLibjpeg(const Bytes& file, Reference& out);
 
-// A picture for libjpeg to encode: gradients with texture, grey or YCbCr with luma factors h x v.
+// Gradients with texture, grey or YCbCr with luma factors h x v, at quality 90.
 struct EncodeRequest {
-  uint32_t width = 64;
-  uint32_t height = 48;
+  uint32_t width = 64, height = 48;
   bool gray = false;
-  int h = 2;
-  int v = 2;
+  int h = 2, v = 2;
   bool progressive = false;
   unsigned restart_interval = 0;  // in MCUs
 };

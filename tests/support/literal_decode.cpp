@@ -97,10 +97,10 @@ void LiteralSequential(DecodeState& state, RawLayer& layer, const uint8_t* data,
   }
 }
 
-// The library's decode, or with `literal` its header work and then LiteralSequential for a
-// baseline frame.
-DecodeOutcome Decode(const Bytes& bytes, bool skip_idle, bool keep_pixels, bool threads,
-                     bool literal) {
+}  // namespace
+
+DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle, bool keep_pixels, bool threads,
+                                bool literal) {
   ScanResult scan = ScanBytes(bytes);
   if (!scan.error.empty()) {
     return DecodeOutcome{scan.error};
@@ -115,7 +115,7 @@ DecodeOutcome Decode(const Bytes& bytes, bool skip_idle, bool keep_pixels, bool 
   try {
     DecodeImage(*scan.markers, state, layer, literal);
     if (literal && (state.frame_mode != 0xC0 || state.width == 0 || state.height == 0)) {
-      return Decode(bytes, true, true, false, false);
+      return DecodeWithLibrary(bytes);
     }
     if (literal) {
       LiteralSequential(state, layer, scan.markers->compressed_data,
@@ -132,8 +132,6 @@ DecodeOutcome Decode(const Bytes& bytes, bool skip_idle, bool keep_pixels, bool 
   return outcome;
 }
 
-}  // namespace
-
 uint64_t HashPixels(const uint16_t* pixels, uint64_t count) {
   uint64_t hash = 0xcbf29ce484222325ull;
   for (uint64_t i = 0; i < count; ++i) {
@@ -144,19 +142,26 @@ uint64_t HashPixels(const uint16_t* pixels, uint64_t count) {
   return hash;
 }
 
-DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle, bool keep_pixels,
-                                bool threads) {
-  return Decode(bytes, skip_idle, keep_pixels, threads, false);
-}
-
-DecodeOutcome DecodeLiterally(const Bytes& bytes) {
-  return Decode(bytes, true, true, false, true);
-}
-
 std::vector<Variant> DamagedVariants(const Bytes& file, size_t scan_cuts, size_t points) {
   std::vector<Variant> variants{{"intact", file, true}};
+  // The file with bytes `from` to `to` replaced by `with`.
+  auto splice = [&file](size_t from, size_t to, const Bytes& with) {
+    Bytes out(file.begin(), file.begin() + static_cast<ptrdiff_t>(from));
+    out.insert(out.end(), with.begin(), with.end());
+    out.insert(out.end(), file.begin() + static_cast<ptrdiff_t>(to), file.end());
+    return out;
+  };
+  // Filler before the marker behind a scan is passed over; anything else is refused there.
+  const Variant behind[] = {
+      {"zero bytes", {0, 0, 0}, true},
+      {"stuffed pair", {0xFF, 0x00}, true},
+      {"stray byte", {0x12}, false},
+      {"fill byte", {0xFF}, false},
+      {"restart marker", {0xFF, 0xD3}, false},
+      {"segment", {0xFF, 0xE1, 0x00, 0x04, 'a', 'b'}, false},
+      {"empty DHT", {0xFF, 0xC4, 0x00, 0x02}, false},
+  };
   const auto ranges = ScanDataRanges(file);
-  auto part = [&](size_t from, size_t to) { return Bytes(file.begin() + from, file.begin() + to); };
   for (size_t s = 0; s < ranges.size(); ++s) {
     const auto [start, end] = ranges[s];
     const std::string scan = "scan " + std::to_string(s) + ": ";
@@ -164,43 +169,24 @@ std::vector<Variant> DamagedVariants(const Bytes& file, size_t scan_cuts, size_t
     // wrong anywhere.
     for (size_t i = 0; i < scan_cuts; ++i) {
       const size_t keep = scan_cuts == 1 ? (end - start) / 2 : (end - start) * i / scan_cuts;
-      Bytes cut = part(0, start + keep);
-      cut.insert(cut.end(), file.begin() + static_cast<ptrdiff_t>(end), file.end());
-      variants.push_back({scan + "data cut at " + std::to_string(i), cut, false});
+      variants.push_back(
+          {scan + "data cut at " + std::to_string(i), splice(start + keep, end, {}), false});
     }
-    if (s + 1 == ranges.size()) {
-      break;  // behind the last scan only the end-of-image marker follows
+    // Behind the last scan only the end-of-image marker follows.
+    if (s + 1 < ranges.size()) {
+      const Variant& b = behind[s % std::size(behind)];
+      variants.push_back({scan + b.name + " behind", splice(end, end, b.bytes), b.planned});
     }
-    // Filler before the marker behind the scan is passed over; anything else is refused there.
-    const std::pair<Variant, Bytes> behind[] = {
-        {{"zero bytes", {}, true}, {0, 0, 0}},
-        {{"stuffed pair", {}, true}, {0xFF, 0x00}},
-        {{"stray byte", {}, false}, {0x12}},
-        {{"fill byte", {}, false}, {0xFF}},
-        {{"restart marker", {}, false}, {0xFF, 0xD3}},
-        {{"segment", {}, false}, {0xFF, 0xE1, 0x00, 0x04, 'a', 'b'}},
-        {{"empty DHT", {}, false}, {0xFF, 0xC4, 0x00, 0x02}},
-    };
-    const auto& [b, bytes] = behind[s % std::size(behind)];
-    Bytes inserted = part(0, end);
-    inserted.insert(inserted.end(), bytes.begin(), bytes.end());
-    inserted.insert(inserted.end(), file.begin() + static_cast<ptrdiff_t>(end), file.end());
-    variants.push_back({scan + b.name + " behind", inserted, b.planned});
   }
   const size_t first = ranges.empty() ? 2 : ranges.front().first;
   for (size_t i = 1; i <= points && first + 4 < file.size(); ++i) {
     const size_t at = first + (file.size() - 4 - first) * i / (points + 1);
     const std::string where = " at " + std::to_string(at);
-    Bytes cut = part(0, at);
-    cut.insert(cut.end(), {0xFF, 0xD9});
-    variants.push_back({"cut" + where, cut, false});
-    Bytes marked = file;
-    marked[at] = 0xFF;
-    marked[at + 1] = static_cast<uint8_t>(0xD0 + i % 8);
-    variants.push_back({"restart marker" + where, marked, false});
-    Bytes zeroed = file;
-    std::fill(zeroed.begin() + at, zeroed.begin() + std::min(at + 20, file.size() - 2), 0);
-    variants.push_back({"zeros" + where, zeroed, false});
+    variants.push_back({"cut" + where, splice(at, file.size(), {0xFF, 0xD9}), false});
+    const uint8_t restart = static_cast<uint8_t>(0xD0 + i % 8);
+    variants.push_back({"restart marker" + where, splice(at, at + 2, {0xFF, restart}), false});
+    const size_t zeros = std::min(at + 20, file.size() - 2) - at;
+    variants.push_back({"zeros" + where, splice(at, at + zeros, Bytes(zeros, 0)), false});
   }
   return variants;
 }

@@ -24,13 +24,14 @@ struct DecodeOutcome {
 // FNV-1a 64 over the RGBA samples, low byte first.
 uint64_t HashPixels(const uint16_t* pixels, uint64_t count);
 
-// The library's decode with no limits; the flags as in DecodeState.
+// The library's decode with no limits, the flags as in DecodeState; or with `literal`, for a
+// baseline frame, its header work and then the scan decoded one MCU at a time through DecodeSymbol
+// and ReceiveBits, every block cleared and decoded in full.
 DecodeOutcome DecodeWithLibrary(const Bytes& bytes, bool skip_idle = true, bool keep_pixels = true,
-                                bool threads = false);
-
-// A baseline frame's scan decoded one MCU at a time through DecodeSymbol and ReceiveBits, every
-// block cleared and decoded in full; other frames give the library's outcome.
-DecodeOutcome DecodeLiterally(const Bytes& bytes);
+                                bool threads = false, bool literal = false);
+inline DecodeOutcome DecodeLiterally(const Bytes& bytes) {
+  return DecodeWithLibrary(bytes, true, true, false, true);
+}
 
 struct Variant {
   std::string name;

@@ -1,20 +1,20 @@
-// Helpers of the rewriter's tests: synthetic layers, Merge into bytes, decoding, text and picture
-// comparison.
+// Helpers of the rewriter's tests: synthetic layers, Merge into bytes, decoding, golden case
+// inputs, text and picture comparison.
 #include "tests/support/merge_support.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "base/property.h"
 #include "base/raw_layer_exception.h"
 #include "decode/decode_state.h"
 #include "merge/merge.h"
+#include "tests/support/process.h"
 #include "tests/support/tiff_builder.h"
 
 namespace corvi::test {
@@ -60,10 +60,10 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
   std::filesystem::current_path(dir);
   std::ofstream("out.jpg", std::ios::binary) << "old contents";
   uint32_t size = 0, position = 0;
-  const PropertyList none;
   try {
     OutputFile file(L"out.jpg");
     try {
+      const PropertyList none;
       Merge(file, layer, *scan.markers, overrides != nullptr ? *overrides : none, background);
     } catch (const RawLayerException& e) {
       out.error = Narrow(e.message != nullptr ? e.message : L"(null)");
@@ -84,16 +84,32 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
 
 bool DecodeBytes(const Bytes& jpeg, RawLayer& layer) {
   ScanResult scan = ScanBytes(jpeg);
-  if (!scan.error.empty()) {
-    return false;
-  }
   try {
     DecodeState state;
-    DecodeImage(*scan.markers, state, layer, false);
+    if (scan.error.empty()) {
+      DecodeImage(*scan.markers, state, layer, false);
+    }
   } catch (const RawLayerException&) {
     return false;
   }
   return layer.pixels != nullptr;
+}
+
+void ExpectGoldenCases(const std::string& name,
+                       const std::function<std::string(const std::string&)>& run) {
+  std::istringstream in(Slurp(std::string(CORVI_GOLDEN_DIR) + "/" + name));
+  std::string text;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line[0] != ' ') {
+      std::istringstream out(line[0] == '#' ? "" : run(line));
+      text += line + "\n";
+      for (std::string result; std::getline(out, result);) {
+        text += "  " + result + "\n";
+      }
+    }
+  }
+  EXPECT_NE(text, "") << "no cases in " << name;
+  ExpectGolden(name, text);
 }
 
 std::string Fnv1a64(const void* data, size_t size) {
@@ -110,8 +126,8 @@ std::string Hex(const uint8_t* data, size_t size) {
   std::string out;
   for (size_t i = 0; i < size; ++i) {
     char byte[4];
-    std::snprintf(byte, sizeof byte, i == 0 ? "%02X" : " %02X", data[i]);
-    out += byte;
+    std::snprintf(byte, sizeof byte, " %02X", data[i]);
+    out += byte + (i == 0);
   }
   return out;
 }
@@ -125,31 +141,26 @@ std::string Narrow(const std::wstring& text) {
 }
 
 std::vector<uint8_t> Rgb8(const RawLayer& layer, const Background* background, bool gray) {
+  const Background b = background != nullptr ? *background : Background{0, 0, 0};
+  const uint32_t under[3] = {b.red, b.green, b.blue}, under_gray = (b.red + b.green + b.blue) / 3;
   std::vector<uint8_t> out;
-  for (uint64_t i = 0; i < uint64_t{layer.width} * layer.height; ++i) {
-    const uint16_t* p = layer.pixels + 4 * i;
-    uint32_t c[3] = {p[0], p[1], p[2]}, b[3] = {0, 0, 0};
-    if (background != nullptr) {
-      b[0] = background->red, b[1] = background->green, b[2] = background->blue;
-    }
-    if (gray) {
-      c[0] = c[1] = c[2] = (c[0] + c[1] + c[2]) / 3;
-      b[0] = b[1] = b[2] = (b[0] + b[1] + b[2]) / 3;
-    }
+  for (const uint16_t* p = layer.pixels; p < layer.pixels + 4 * layer.width * layer.height;
+       p += 4) {
     const uint32_t a = background != nullptr ? p[3] : 65535;
     for (int32_t k = 0; k < 3; ++k) {
-      out.push_back(static_cast<uint8_t>((b[k] * (65535 - a) + c[k] * a) / 65535 >> 8));
+      const uint32_t c = gray ? (p[0] + p[1] + p[2]) / 3 : p[k], u = gray ? under_gray : under[k];
+      out.push_back(static_cast<uint8_t>((u * (65535 - a) + c * a) / 65535 >> 8));
     }
   }
   return out;
 }
 
 double Psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
-  double sum = 0;
+  double sum = 1e-9;
   for (size_t i = 0; i < a.size() && a.size() == b.size(); ++i) {
     sum += (a[i] - b[i]) * (a[i] - b[i]);
   }
-  return a.size() != b.size() ? 0 : 10 * std::log10(255.0 * 255.0 * a.size() / std::max(sum, 1e-9));
+  return a.size() != b.size() ? 0 : 10 * std::log10(255.0 * 255.0 * a.size() / sum);
 }
 
 }  // namespace corvi::test

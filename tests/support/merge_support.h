@@ -1,8 +1,9 @@
-// Helpers of the rewriter's tests: synthetic layers, Merge into bytes, decoding, text and picture
-// comparison.
+// Helpers of the rewriter's tests: synthetic layers, Merge into bytes, decoding, golden case
+// inputs, text and picture comparison.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,11 @@ MergeOutput MergeBytes(const Bytes& jpeg, const RawLayer& layer, const Backgroun
 
 // Decodes with corvi's decoder; false when the stream does not scan or decode.
 bool DecodeBytes(const Bytes& jpeg, RawLayer& layer);
+
+// Golden file `name` holds its cases: each line that starts in column 0 is a case's input, '#'
+// lines are notes, and the case's text follows indented. Runs each input and compares the file.
+void ExpectGoldenCases(const std::string& name,
+                       const std::function<std::string(const std::string&)>& run);
 
 std::string Fnv1a64(const void* data, size_t size);  // 16 hex digits
 std::string Hex(const uint8_t* data, size_t size);   // "0A FF ..."

@@ -12,8 +12,8 @@
 namespace corvi::test {
 
 std::string Slurp(const std::string& path) {
-  Bytes bytes = ReadFile(path);
-  return std::string(bytes.begin(), bytes.end());
+  const Bytes bytes = ReadFile(path);
+  return {bytes.begin(), bytes.end()};
 }
 
 ProcessResult RunProgram(const char* program, const char* name, const std::string& cwd,

@@ -1,5 +1,4 @@
-// A small deterministic colour JPEG made by the rewriter from a template and a drawn layer, for
-// runs and golden tests.
+// The sample JPEG: a template and a drawn layer handed to the rewriter.
 #include "tests/support/sample_jpeg.h"
 
 #include <algorithm>
@@ -47,13 +46,12 @@ Bytes QuantPayload() {
 // rewriter, which keeps the tables and the frame and makes the scan anew. Its Huffman tables
 // only name the four tables that the rewriter builds.
 JpegBuilder& FrameTemplate(JpegBuilder& builder, uint16_t width, uint16_t height) {
-  const std::vector<uint8_t> one_code = {1};
   return builder.Segment(0xDB, QuantPayload())
       .Sof(0xC0, 8, width, height, {{1, 0x22, 0}, {2, 0x11, 1}, {3, 0x11, 1}})
-      .Dht(0, 0, one_code, {0})
-      .Dht(1, 0, one_code, {0})
-      .Dht(0, 1, one_code, {0})
-      .Dht(1, 1, one_code, {0})
+      .Dht(0, 0, {1}, {0})
+      .Dht(1, 0, {1}, {0})
+      .Dht(0, 1, {1}, {0})
+      .Dht(1, 1, {1}, {0})
       .Sos({{1, 0x00}, {2, 0x11}, {3, 0x11}})
       .Entropy({0x00})
       .Eoi();
@@ -63,22 +61,17 @@ JpegBuilder& FrameTemplate(JpegBuilder& builder, uint16_t width, uint16_t height
 // directory (DateTimeOriginal), then IFD1 naming a 16x12 thumbnail template.
 Bytes MakeExifPayload() {
   TiffBuilder tiff(false);
-  const TiffDirectoryPlace ifd0 = tiff.Directory({
-      {0x010F, 2, 6, TiffBuilder::Ascii("corvi")},
-      {0x0110, 2, 7, TiffBuilder::Ascii("sample")},
-      {0x0112, 3, 1, tiff.Short(1)},
-      {0x011A, 5, 1, tiff.Rational(72, 1)},
-      {0x0132, 2, 20, TiffBuilder::Ascii(kDateTime)},
-      {0x8769, 4, 1, tiff.Long(0)},
-  });
+  const TiffDirectoryPlace ifd0 = tiff.Directory({{0x010F, 2, 6, TiffBuilder::Ascii("corvi")},
+                                                  {0x0110, 2, 7, TiffBuilder::Ascii("sample")},
+                                                  {0x0112, 3, 1, tiff.Short(1)},
+                                                  {0x011A, 5, 1, tiff.Rational(72, 1)},
+                                                  {0x0132, 2, 20, TiffBuilder::Ascii(kDateTime)},
+                                                  {0x8769, 4, 1, tiff.Long(0)}});
   tiff.Patch32(ifd0.value_field[5], tiff.Here());
   tiff.Directory({{0x9003, 2, 20, TiffBuilder::Ascii(kDateTime)}});
   tiff.Patch32(ifd0.next_field, tiff.Here());
-  const TiffDirectoryPlace ifd1 = tiff.Directory({
-      {0x0103, 3, 1, tiff.Short(6)},
-      {0x0201, 4, 1, tiff.Long(0)},
-      {0x0202, 4, 1, tiff.Long(0)},
-  });
+  const TiffDirectoryPlace ifd1 = tiff.Directory(
+      {{0x0103, 3, 1, tiff.Short(6)}, {0x0201, 4, 1, tiff.Long(0)}, {0x0202, 4, 1, tiff.Long(0)}});
   JpegBuilder builder;
   const Bytes thumbnail = FrameTemplate(builder.Soi(), 16, 12).bytes();
   tiff.Patch32(ifd1.value_field[1], tiff.Append(thumbnail));
@@ -88,29 +81,8 @@ Bytes MakeExifPayload() {
 
 }  // namespace
 
-// A diagonal colour gradient with an orange disc, a dark blue box and a white line on it.
-Bytes SampleJpegPixels() {
-  Bytes pixels;
-  for (int y = 0; y < kSampleJpegHeight; ++y) {
-    for (int x = 0; x < kSampleJpegWidth; ++x) {
-      int r = 40 + x * 3, g = 30 + y * 4, b = 200 - x - y;
-      if ((x - 20) * (x - 20) + (y - 22) * (y - 22) <= 12 * 12) {
-        r = 240, g = 140, b = 20;
-      }
-      if (x >= 38 && x < 58 && y >= 6 && y < 20) {
-        r = 20, g = 30, b = 120;
-      }
-      if (x >= 34 && x - 34 == (y - 26) * 2 && y >= 26 && y < 40) {
-        r = g = b = 250;
-      }
-      pixels.insert(pixels.end(),
-                    {static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b)});
-    }
-  }
-  return pixels;
-}
-
-Bytes MakeSampleTemplate() {
+Bytes MakeSampleJpeg() {
+  constexpr int kWidth = 64, kHeight = 48;
   const Bytes jfif{'J', 'F', 'I', 'F', 0, 1, 1, 1, 0, 72, 0, 72, 0, 0};  // 1.01, 72 dpi, no thumb
   const std::string comment = "corvi sample";
   JpegBuilder builder;
@@ -118,34 +90,44 @@ Bytes MakeSampleTemplate() {
       .Segment(0xE0, jfif)
       .Segment(0xE1, MakeExifPayload())
       .Segment(0xFE, Bytes(comment.begin(), comment.end()));
-  return FrameTemplate(builder, kSampleJpegWidth, kSampleJpegHeight).bytes();
-}
-
-Bytes MakeSampleJpeg() {
-  const std::string template_path = WriteTempFile("template.jpg", MakeSampleTemplate());
+  const std::string template_path =
+      WriteTempFile("template.jpg", FrameTemplate(builder, kWidth, kHeight).bytes());
   const std::string directory = template_path.substr(0, template_path.rfind('/'));
   const std::string output_path = directory + "/sample.jpg";  // both go when the tests end
-  Bytes result;                                               // empty on a failure
   try {
     JPEGReader reader(DecodeArgument(template_path.c_str()).c_str());
     reader.Scan();
     RawLayer layer;
-    layer.width = kSampleJpegWidth, layer.height = kSampleJpegHeight;
+    layer.width = kWidth, layer.height = kHeight;
     layer.AllocatePixels();
-    const Bytes rgb = SampleJpegPixels();
-    for (size_t i = 0; i < rgb.size(); ++i) {
-      layer.pixels[i / 3 * 4 + i % 3] = static_cast<uint16_t>(rgb[i] * 257);
-      layer.pixels[i / 3 * 4 + 3] = 0xFFFF;
+    // A diagonal colour gradient with an orange disc, a dark blue box and a white line on it.
+    for (int y = 0; y < kHeight; ++y) {
+      for (int x = 0; x < kWidth; ++x) {
+        int r = 40 + x * 3, g = 30 + y * 4, b = 200 - x - y;
+        if ((x - 20) * (x - 20) + (y - 22) * (y - 22) <= 12 * 12) {
+          r = 240, g = 140, b = 20;
+        }
+        if (x >= 38 && x < 58 && y >= 6 && y < 20) {
+          r = 20, g = 30, b = 120;
+        }
+        if (x >= 34 && x - 34 == (y - 26) * 2 && y >= 26 && y < 40) {
+          r = g = b = 250;
+        }
+        uint16_t* pixel = &layer.pixels[(y * kWidth + x) * 4];
+        for (const int v : {r, g, b, 255}) {
+          *pixel++ = static_cast<uint16_t>(v * 257);
+        }
+      }
     }
     {
       OutputFile file(DecodeArgument(output_path.c_str()).c_str());
       Merge(file, layer, *reader.markers, PropertyList(), Background(),
             DecodeArgument(directory.c_str()).c_str());
     }
-    result = ReadFile(output_path);
+    return ReadFile(output_path);
   } catch (const RawLayerException&) {
+    return {};
   }
-  return result;
 }
 
 }  // namespace corvi::test

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/golden.h"
 #include "tests/support/jpeg_builder.h"
 #include "tests/support/process.h"
 
@@ -27,19 +28,16 @@ std::string Transcript(const std::string& cwd, const std::vector<std::string>& a
 }
 
 // Each golden JPEG file, dumped and then decoded, run from the golden folder so that the names
-// in the output stay the same: stdout must match tool_<name>.txt and tool_<name>_d.txt.
+// in the output stay the same: stderr and stdout must match tool_<name>.txt and tool_<name>_d.txt.
 TEST(Tool, MatchesGoldenOutputs) {
   for (const std::string name :
        {"adobe_progressive", "jfif_baseline", "jfif_thumbnail", "sample"}) {
-    for (const bool decode : {false, true}) {
-      const std::string golden =
-          std::string(CORVI_GOLDEN_DIR "/tool_") + name + (decode ? "_d" : "") + ".txt";
-      std::vector<std::string> args = {name + ".jpg"};
-      if (decode) {
-        args.insert(args.begin(), "-d");
-      }
-      const auto r = test::RunProgram(CORVI_TOOL_PATH, "corvi", CORVI_GOLDEN_DIR, args);
-      EXPECT_EQ(r.err + r.out + std::to_string(r.status), test::Slurp(golden) + "0") << golden;
+    for (const std::string option : {"", "-d"}) {
+      const auto r = test::RunProgram(
+          CORVI_TOOL_PATH, "corvi", CORVI_GOLDEN_DIR,
+          option.empty() ? std::vector{name + ".jpg"} : std::vector{option, name + ".jpg"});
+      EXPECT_EQ(r.status, 0) << name << option;
+      test::ExpectGolden("tool_" + name + (option.empty() ? "" : "_d"), r.err + r.out);
     }
   }
 }
@@ -80,7 +78,7 @@ TEST(Tool, CommandLinesMatchTheirGoldenTranscript) {
     transcript += Transcript(work, args);
   }
   transcript += Transcript(work + "/tree", {"-q", "."});
-  EXPECT_EQ(transcript, test::Slurp(CORVI_GOLDEN_DIR "/tool_command_lines.txt"));
+  test::ExpectGolden("tool_command_lines", transcript);
 }
 
 }  // namespace
