@@ -189,6 +189,12 @@ SamplingPlan PlanFrameSampling(const ComponentInfo* const (&components)[4], uint
                       static_cast<int32_t>(across * down)};
 }
 
+void SetToolDecoding(DecodeState& state) {
+  state.limits = Limits::None();
+  state.keep_pixels = false;
+  state.threads = true;
+}
+
 void PlanSampling(DecodeState& state) {
   const SamplingPlan plan = PlanFrameSampling(state.components, state.width, state.height);
   TakePlan(plan, state);

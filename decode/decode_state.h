@@ -82,6 +82,10 @@ extern const uint32_t zigzag[64];
 // its index. Throws for an index of 4 or more and for an index already taken.
 int32_t ReadQuantTable(QuantTable* (&tables)[4], const uint8_t* payload, int32_t& position);
 
+// What the tool decodes with, and the file map with it: no limits, so every file is reported as
+// it is; no pixels kept, each MCU row going through a reused row buffer; two threads.
+void SetToolDecoding(DecodeState& state);
+
 // Applies every segment in file order, plans the sampling, names the mode and decodes the pixels
 // unless `header_only`.
 void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer, bool header_only);

@@ -149,7 +149,7 @@ void MapStream(const MarkerList& markers, const uint8_t* base,
     if (band.first > next) {
       map.bands.push_back(MapBand{"gap", next, band.first - 1, {}});
     }
-    if (band.first >= next && band.last <= map.last) {
+    if (band.first >= next && band.first <= band.last && band.last <= map.last) {
       next = band.last + 1;
       map.bands.push_back(std::move(band));
     }
@@ -281,9 +281,7 @@ FileMap MapFile(const wchar_t* name, bool decode) {
     try {
       auto layer = std::make_unique<RawLayer>();
       auto state = std::make_unique<DecodeState>();
-      state->limits = Limits::None();
-      state->keep_pixels = false;
-      state->threads = true;
+      SetToolDecoding(*state);
       DecodeImage(*reader.markers, *state, *layer, false);
       map.width = layer->width;
       map.height = layer->height;

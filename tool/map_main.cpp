@@ -61,6 +61,9 @@ int main(int argc, char** argv) {
   try {
     const corvi::FileMap map = corvi::MapFile(input, decode);
     corvi::MappedFile file(input);
+    if (file.length != map.length) {
+      throw corvi::RawLayerException(L"The file changed while it was mapped");
+    }
     page = corvi::MapPage(map, file.view);
   } catch (const corvi::RawLayerException& e) {
     corvi::Print(corvi::StdErr(), L"Failed on %s: %s\n", input,

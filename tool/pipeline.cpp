@@ -132,11 +132,7 @@ void DecodeStage(const MarkerList& markers) {
   auto layer = std::make_unique<RawLayer>();
   {
     auto state = std::make_unique<DecodeState>();
-    // The tool reports every file as it is, and drops the pixels: each MCU row goes through a
-    // reused row buffer, converted on a second thread while the next rows are decoded.
-    state->limits = Limits::None();
-    state->keep_pixels = false;
-    state->threads = true;
+    SetToolDecoding(*state);
     DecodeImage(markers, *state, *layer, false);
   }
   OutStream& out = StdOut();
