@@ -59,7 +59,7 @@ ByteCoverage::ByteCoverage(const uint8_t* data, int32_t length)
 }
 
 void ByteCoverage::IdentifyAt(int64_t offset, int32_t length) {
-  if (claims != nullptr) {
+  {
     const int64_t clamped = offset < 0 ? 0 : (offset > data_length ? data_length : offset);
     const int64_t end =
         length <= 0 ? clamped : clamped + std::min<int64_t>(length, data_length - clamped);

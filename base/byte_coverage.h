@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
 #include <vector>
 
 namespace corvi {
@@ -19,6 +20,13 @@ struct ClaimRecord {
   int32_t start;
   int32_t end;
   const void* owner;
+};
+
+// A failure that a lenient scan passed over: the exception's text and where the scan stood,
+// from the start of the covered data.
+struct ScanFault {
+  std::wstring message;
+  int64_t offset = 0;
 };
 
 // A growable array of ranges, used as the stack of limits: capacity 4 at first; n entries above
@@ -83,11 +91,18 @@ class ByteCoverage {
   int64_t eoi_clear_high = -1;
 
   // When set, every claim is appended with the owner in effect (the segment scans set the
-  // segment whose payload is being parsed), and every attempt, granted or refused, is kept in
-  // `last_attempt`: where a failing scan stopped.
+  // segment whose payload is being parsed).
   std::vector<ClaimRecord>* claims = nullptr;
   const void* owner = nullptr;
+  // Every attempt to claim, granted or refused, clipped to the data: where a failing scan
+  // stopped.
   ByteRange last_attempt{0, 0};
+
+  // When set, the scan is lenient about metadata: a failure in an application or comment
+  // segment of the outermost stream is recorded here and the segment is kept unparsed, and Exif
+  // thumbnails are scanned on coverages of their own, so that nothing but the picture's own
+  // segments can stop the scan. The counts of a lenient scan are not the tool's.
+  std::vector<ScanFault>* lenient = nullptr;
 
   // How deep the parsers of this file may nest (0: no limit), and how deep thumbnails nest now.
   uint32_t max_thumbnail_depth = 0;

@@ -118,13 +118,12 @@ void DecodeXmp(const uint8_t* payload, int32_t length, wchar_t* text) {
 // enclosing limit (the file, or an enclosing thumbnail) and what has been claimed so far; that
 // test is the only bound on the stored offset and length.
 std::unique_ptr<MarkerList> ScanThumbnail(const TIFFDirectory& directory, ByteCoverage& coverage) {
-  const auto* offset_entry = dynamic_cast<const ThumbnailOffset*>(directory.Find(0x201));
-  const auto* length_entry = dynamic_cast<const ThumbnailLength*>(directory.Find(0x202));
-  if (offset_entry == nullptr || length_entry == nullptr || length_entry->length < 2) {
+  int64_t start = 0;
+  uint32_t stored_length = 0;
+  if (!FindThumbnail(directory, start, stored_length) || stored_length < 2) {
     return nullptr;
   }
-  const int64_t start = offset_entry->thumbnail;
-  const auto thumbnail_length = static_cast<int32_t>(length_entry->length);
+  const auto thumbnail_length = static_cast<int32_t>(stored_length);
   if (!coverage.IsUnidentifiedAt(start, thumbnail_length)) {
     return nullptr;
   }
@@ -136,11 +135,21 @@ std::unique_ptr<MarkerList> ScanThumbnail(const TIFFDirectory& directory, ByteCo
   CheckLimit(L"Thumbnails nested too deep", uint64_t{coverage.thumbnail_depth} + 1,
              coverage.max_thumbnail_depth);
   auto thumbnail = std::make_unique<MarkerList>();
-  coverage.PushRangeAt(start, thumbnail_length);
-  RangeGuard pop(coverage);
-  DepthGuard depth(coverage);
+  // A lenient scan gives the thumbnail a coverage of its own: claims of a thumbnail that
+  // reaches outside its segment cannot then collide with the segments behind it.
+  std::unique_ptr<ByteCoverage> own;
+  if (coverage.lenient != nullptr) {
+    own = std::make_unique<ByteCoverage>(coverage.base, coverage.data_length);
+    own->max_thumbnail_depth = coverage.max_thumbnail_depth;
+    own->max_directory_depth = coverage.max_directory_depth;
+    own->thumbnail_depth = coverage.thumbnail_depth;
+  }
+  ByteCoverage& scanned = own != nullptr ? *own : coverage;
+  scanned.PushRangeAt(start, thumbnail_length);
+  RangeGuard pop(scanned);
+  DepthGuard depth(scanned);
   try {
-    thumbnail->Scan(coverage, data, thumbnail_length - 2);
+    thumbnail->Scan(scanned, data, thumbnail_length - 2);
   } catch (const LimitExceeded&) {
     throw;  // a caller's limit ends the file, not just this thumbnail
   } catch (const RawLayerException&) {

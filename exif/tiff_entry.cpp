@@ -185,4 +185,15 @@ void TIFFDirectory::Dump(const uint8_t* base, int32_t indent, OutStream& stream)
   }
 }
 
+bool FindThumbnail(const TIFFDirectory& directory, int64_t& offset, uint32_t& length) {
+  const auto* offset_entry = dynamic_cast<const ThumbnailOffset*>(directory.Find(0x201));
+  const auto* length_entry = dynamic_cast<const ThumbnailLength*>(directory.Find(0x202));
+  if (offset_entry == nullptr || length_entry == nullptr) {
+    return false;
+  }
+  offset = offset_entry->thumbnail;
+  length = length_entry->length;
+  return true;
+}
+
 }  // namespace corvi

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/byte_coverage.h"
+#include "base/limits.h"
 #include "base/raw_layer_exception.h"
 #include "jpeg/markers.h"
 #include "platform/error_text.h"
@@ -215,6 +216,30 @@ class OwnerScope {
   const void* saved;
 };
 
+// Application and comment segments: what a picture can do without.
+bool IsMetadata(uint8_t code) {
+  return (code >= 0xE0 && code <= 0xEF) || code == 0xFE;
+}
+
+// Parses a metadata segment for a lenient scan: a failure is recorded with the place the scan
+// stood (not before the payload), and the segment stays in the list unparsed.
+void ParseLeniently(ByteCoverage& coverage, JPEGReader::Marker*& marker) {
+  try {
+    marker->Parse(coverage);
+  } catch (const LimitExceeded&) {
+    throw;
+  } catch (const RawLayerException& e) {
+    const int64_t payload = coverage.OffsetOf(marker->payload);
+    const int64_t at =
+        coverage.last_attempt.start > payload ? coverage.last_attempt.start : payload;
+    coverage.lenient->push_back(ScanFault{e.message != nullptr ? e.message : L"", at});
+    auto plain =
+        std::make_unique<JPEGReader::Marker>(marker->code, marker->length, marker->payload);
+    delete marker;
+    marker = plain.release();
+  }
+}
+
 }  // namespace
 
 void MarkerList::Scan(ByteCoverage& coverage, const uint8_t* data, int32_t search_start) {
@@ -264,7 +289,11 @@ void MarkerList::Scan(ByteCoverage& coverage, const uint8_t* data, int32_t searc
     {
       // The payload's claims belong to the segment; the stream's own bytes to the stream's owner.
       OwnerScope scope(coverage, items[count - 1]);
-      items[count - 1]->Parse(coverage);
+      if (coverage.lenient != nullptr && coverage.thumbnail_depth == 0 && IsMetadata(code)) {
+        ParseLeniently(coverage, items[count - 1]);
+      } else {
+        items[count - 1]->Parse(coverage);
+      }
     }
     position += length;
     if (code == 0xDA) {
