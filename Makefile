@@ -3,7 +3,7 @@ BUILD ?= build
 SAN_BUILD ?= build-asan
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES = cmake g++ make pkg-config libgtest-dev libjpeg62-turbo-dev libjpeg-turbo-progs \
-  libimage-exiftool-perl chromium
+  libimage-exiftool-perl chromium jpeginfo python3-jsonschema
 SAMPLE = tests/golden/sample.jpg
 
 SOURCES = $(shell git ls-files '*.cpp' '*.h' 2>/dev/null || \

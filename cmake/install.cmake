@@ -16,7 +16,7 @@ foreach(header ${CORVI_PUBLIC_HEADERS})
 endforeach()
 install(FILES corvi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/corvi)
 
-install(TARGETS corvi corvi-merge corvi-map RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS corvi corvi-merge corvi-map corvi-check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS corvi_lib EXPORT corviTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -35,4 +35,4 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/corviConfig.cmake
 configure_file(cmake/corvi.pc.in ${CMAKE_CURRENT_BINARY_DIR}/corvi.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/corvi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-install(FILES man/corvi.1 man/corvi-merge.1 man/corvi-map.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES man/corvi.1 man/corvi-merge.1 man/corvi-map.1 man/corvi-check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

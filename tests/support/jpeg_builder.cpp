@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -151,6 +152,18 @@ std::string CorpusPath(const std::string& name) {
 
 bool CorpusAvailable() {
   return access(CorpusPath("SOURCES.md").c_str(), R_OK) == 0;
+}
+
+std::vector<std::string> CorpusFiles() {
+  std::vector<std::string> files;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(CORVI_CORPUS_DIR, error)) {
+    if (entry.path().extension() == ".jpg") {
+      files.push_back(entry.path().string());
+    }
+  }
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
 }  // namespace corvi::test

@@ -71,5 +71,7 @@ std::string WriteTempFile(const std::string& name, const Bytes& bytes);
 Bytes ReadFile(const std::string& path);  // empty when it cannot be read
 std::string CorpusPath(const std::string& name);
 bool CorpusAvailable();
+// The paths of the corpus's JPEG files, in name order.
+std::vector<std::string> CorpusFiles();
 
 }  // namespace corvi::test

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 // jpeglib.h needs size_t and FILE declared before it.
+#include <jerror.h>
 #include <jpeglib.h>
 #endif
 
@@ -19,6 +20,15 @@ bool HaveLibjpeg() {
 }
 void DecodeWithLibjpeg(const Bytes&, Reference& out) {
   out.ok = false;
+}
+void CheckWithLibjpeg(const Bytes&, LibjpegCheck& out) {
+  out.failed = true;
+}
+bool LibjpegCheck::DamageWarned() const {
+  return false;
+}
+bool LibjpegCheck::DataFailure() const {
+  return false;
 }
 Bytes EncodeWithLibjpeg(const EncodeRequest&) {
   return {};
@@ -44,6 +54,101 @@ jpeg_error_mgr* Watch(ErrorManager& errors) {
 
 bool HaveLibjpeg() {
   return true;
+}
+
+namespace {
+
+// Collects every warning's code and text; an error ends the read through the jump.
+struct CheckErrors {
+  jpeg_error_mgr base;
+  std::jmp_buf jump;
+  LibjpegCheck* out;
+};
+
+std::string MessageOf(j_common_ptr info) {
+  char text[JMSG_LENGTH_MAX];
+  info->err->format_message(info, text);
+  return text;
+}
+
+}  // namespace
+
+void CheckWithLibjpeg(const Bytes& file, LibjpegCheck& out) {
+  jpeg_decompress_struct info;
+  CheckErrors errors;
+  errors.out = &out;
+  jpeg_std_error(&errors.base);
+  errors.base.error_exit = [](j_common_ptr common) {
+    auto* e = reinterpret_cast<CheckErrors*>(common->err);
+    e->out->failed = true;
+    e->out->error_code = common->err->msg_code;
+    e->out->error = MessageOf(common);
+    std::longjmp(e->jump, 1);
+  };
+  errors.base.emit_message = [](j_common_ptr common, int level) {
+    if (level < 0) {
+      auto* e = reinterpret_cast<CheckErrors*>(common->err);
+      e->out->warning_codes.push_back(common->err->msg_code);
+      e->out->warnings.push_back(MessageOf(common));
+      ++common->err->num_warnings;
+    }
+  };
+  info.err = &errors.base;
+  if (setjmp(errors.jump) != 0) {
+    jpeg_destroy_decompress(&info);
+    return;
+  }
+  jpeg_create_decompress(&info);
+  jpeg_mem_src(&info, file.data(), static_cast<unsigned long>(file.size()));
+  jpeg_read_header(&info, TRUE);
+  info.scale_num = 1;
+  info.scale_denom = 8;
+  jpeg_start_decompress(&info);
+  std::vector<uint8_t> row(size_t{info.output_width} * info.output_components);
+  while (info.output_scanline < info.output_height) {
+    JSAMPROW rows[1] = {row.data()};
+    jpeg_read_scanlines(&info, rows, 1);
+  }
+  jpeg_finish_decompress(&info);
+  jpeg_destroy_decompress(&info);
+}
+
+bool LibjpegCheck::DamageWarned() const {
+  for (int code : warning_codes) {
+    switch (code) {
+      case JWRN_HIT_MARKER:
+      case JWRN_HUFF_BAD_CODE:
+      case JWRN_EXTRANEOUS_DATA:
+      case JWRN_MUST_RESYNC:
+      case JWRN_JPEG_EOF:
+      case JWRN_BOGUS_PROGRESSION:
+        return true;
+      default:
+        break;
+    }
+  }
+  return false;
+}
+
+bool LibjpegCheck::DataFailure() const {
+  if (!failed) {
+    return false;
+  }
+  switch (error_code) {
+    // What libjpeg-turbo 2.1 lacks, not what is wrong with the file.
+    case JERR_BAD_PRECISION:
+    case JERR_SOF_UNSUPPORTED:
+    case JERR_EMPTY_IMAGE:
+    case JERR_IMAGE_TOO_BIG:
+    case JERR_CONVERSION_NOTIMPL:
+    case JERR_FRACT_SAMPLE_NOTIMPL:
+    case JERR_NOT_COMPILED:
+    case JERR_COMPONENT_COUNT:
+    case JERR_WIDTH_OVERFLOW:
+      return false;
+    default:
+      return true;
+  }
 }
 
 void DecodeWithLibjpeg(const Bytes& file, Reference& out) {

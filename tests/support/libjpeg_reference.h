@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "tests/support/jpeg_builder.h"
@@ -15,6 +16,19 @@ struct Reference {
   uint32_t width = 0, height = 0;
   std::vector<uint8_t> rgb;  // 3 bytes a pixel, row by row
 };
+
+// What libjpeg-turbo says of a file it reads to the end, as a checker would read it (jpeginfo -c
+// decodes at 1/8 scale): the codes of its warnings, and of the error that stopped it.
+struct LibjpegCheck {
+  bool failed = false;
+  int error_code = 0;
+  std::string error;
+  std::vector<int> warning_codes;
+  std::vector<std::string> warnings;
+  bool DamageWarned() const;  // a warning of damaged data: corrupt, premature end, bad code
+  bool DataFailure() const;   // an error over the file's data, not over what libjpeg lacks
+};
+void CheckWithLibjpeg(const Bytes& file, LibjpegCheck& out);
 
 // Whether the tests were built with libjpeg.
 bool HaveLibjpeg();

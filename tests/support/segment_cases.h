@@ -75,15 +75,20 @@ inline std::string ApplyReport(const Bytes& stream) {
 // Golden cases: each "== NAME" line is followed by its input stream on lines that start with
 // "<< ", then by the report that `report` gives for it. The reports are made afresh from the
 // inputs and the whole text is compared; an update keeps the inputs and rewrites the reports.
+// Lines that start with "#" before the first case are comments, kept as they stand.
 inline void ExpectGoldenCases(const std::string& golden,
                               const std::function<std::string(const Bytes&)>& report) {
   const Bytes file = ReadFile(std::string(CORVI_GOLDEN_DIR) + "/" + golden + ".txt");
   std::istringstream lines(std::string(file.begin(), file.end()));
   std::string text, input;
   for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with("== ") && !text.empty()) {
+    if (line.starts_with("== ") && text.find("== ") != std::string::npos) {
       text += report(Hex(input));
       input.clear();
+    }
+    if (line.starts_with("#") && text.find("== ") == std::string::npos) {
+      text += line + "\n";
+      continue;
     }
     if (line.starts_with("== ") || line.starts_with("<< ")) {
       text += line + "\n";
