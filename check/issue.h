@@ -53,6 +53,7 @@ class IssueList {
   void Sort();
 
   const std::vector<Issue>& items() const { return list; }
+  Issue& Last() { return list.back(); }
   size_t omitted() const { return dropped; }
   Severity Worst() const { return worst; }
   bool Has(const char* kind) const;

@@ -155,7 +155,8 @@ class StreamWalk {
 StreamCheck StreamWalk::Run() {
   std::memset(coef_bits, -1, sizeof coef_bits);
   if (end == begin) {
-    Add("empty", Severity::kBroken, begin, "the file is empty");
+    Add("empty", Severity::kBroken, nullptr, "the file is empty");
+    result.issues.Last().offset = begin - file;  // where the bytes stop: at once
     return std::move(result);
   }
   if (end - begin < 2 || begin[0] != 0xFF || begin[1] != 0xD8) {

@@ -4,6 +4,7 @@
 #include "report/file_report.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -641,7 +642,17 @@ FileReport Inspect(const std::string& path, const InspectOptions& options) {
   if (!view.Open(path, error)) {
     return UnreadableReport(path, error);
   }
-  return InspectBytes(path, view.data(), static_cast<size_t>(view.size()), options);
+  FileReport report = InspectBytes(path, view.data(), static_cast<size_t>(view.size()), options);
+  if (view.size() == 0) {
+    // corvi cannot map an empty file: its failure line names the mapping.
+    const std::wstring name = DecodeUtf8(path.data(), path.size());
+    try {
+      ThrowPlatformError(name.c_str(), L"CreateFileMapping", EINVAL);
+    } catch (const RawLayerException& e) {
+      report.scan_failure = Utf8(e.message);
+    }
+  }
+  return report;
 }
 
 }  // namespace corvi

@@ -47,8 +47,9 @@ std::vector<Variant> MakeVariants(const Bytes& file, uint32_t seed, int flips) {
   cut(file.size() - 2, {}, Named("cut before eoi", file.size() - 2));
   {
     Variant v{"ff-run", file, static_cast<int64_t>(first + span / 3)};
-    std::fill_n(v.bytes.begin() + v.damage_at, 100, uint8_t{0xFF});
-    v.name.append(" ").append(std::to_string(v.damage_at)).append("+100");
+    const size_t run = std::min<size_t>(100, last - static_cast<size_t>(v.damage_at));
+    std::fill_n(v.bytes.begin() + v.damage_at, run, uint8_t{0xFF});
+    v.name.append(" ").append(std::to_string(v.damage_at)).append("+").append(std::to_string(run));
     out.push_back(std::move(v));
   }
   for (size_t i = first; i + 1 < last; ++i) {

@@ -104,9 +104,10 @@ void CheckWithLibjpeg(const Bytes& file, LibjpegCheck& out) {
   info.scale_num = 1;
   info.scale_denom = 8;
   jpeg_start_decompress(&info);
-  std::vector<uint8_t> row(size_t{info.output_width} * info.output_components);
+  // The row lives in libjpeg's own pool, which jpeg_destroy_decompress frees on either way out.
+  JSAMPARRAY rows = (*info.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&info), JPOOL_IMAGE,
+                                              info.output_width * info.output_components, 1);
   while (info.output_scanline < info.output_height) {
-    JSAMPROW rows[1] = {row.data()};
     jpeg_read_scanlines(&info, rows, 1);
   }
   jpeg_finish_decompress(&info);
