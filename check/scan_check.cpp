@@ -107,6 +107,17 @@ class ScanRun {
     }
   }
 
+  // Ends a routine's run over an interval: the reader back in place, and where the data was
+  // lost, if it was. Returns the unit the run stopped at.
+  int64_t EndRun(const EntropyReader& r, Loss loss, int64_t unit, int32_t slot) {
+    reader = r;
+    if (loss != Loss::kNone) {
+      Lost(loss, unit, slot);
+      interval_lost = true;
+    }
+    return unit;
+  }
+
   // Takes the restart marker behind an interval. False when no later interval can get data.
   bool Restart(uint32_t number);
   // Adds the issues of the whole scan once it is done.
@@ -276,6 +287,26 @@ inline Loss Unreadable(const EntropyReader& r) {
   return r.WindowReachesStop() ? Loss::kRanOut : Loss::kBadCode;
 }
 
+// Runs `block(reader, unit, slot)` on every block of units [first, last) with the scan's reader,
+// up to the first block whose data ran out or held a bad code; returns the unit it stopped at.
+template <typename Block>
+int64_t EachBlock(ScanRun& run, int64_t first, int64_t last, Block&& block) {
+  EntropyReader r = run.reader;  // in locals for the loop; back in place at the end
+  const int32_t blocks = run.in.geometry.blocks_in_unit;
+  for (int64_t unit = first; unit < last; ++unit) {
+    for (int32_t slot = 0; slot < blocks; ++slot) {
+      Loss loss = block(r, unit, slot);
+      if (loss == Loss::kNone && r.RanOut()) {
+        loss = Loss::kRanOut;
+      }
+      if (loss != Loss::kNone) {
+        return run.EndRun(r, loss, unit, slot);
+      }
+    }
+  }
+  return run.EndRun(r, Loss::kNone, last, 0);
+}
+
 // Sequential: every block codes its DC difference and its 63 AC coefficients (T.81 F.2.2).
 class SequentialBlocks {
  public:
@@ -289,51 +320,30 @@ class SequentialBlocks {
   }
 
   int64_t Run(int64_t first, int64_t last) {
-    EntropyReader r = run.reader;
-    const int32_t blocks = run.in.geometry.blocks_in_unit;
-    int64_t unit = first;
-    Loss loss = Loss::kNone;
-    int32_t slot = 0;
-    for (; unit < last; ++unit) {
-      for (slot = 0; slot < blocks; ++slot) {
-        r.Refill();
-        // The DC difference: a code and as many extra bits as its symbol says (at most 15).
-        const uint32_t dc_step = dc[slot]->step[r.Peek() >> (64 - CheckTable::kLookBits)];
-        if (dc_step != 0) {
-          r.Skip(static_cast<int>(dc_step & 31));
-        } else {
-          uint32_t s;
-          if (!r.DecodeSymbol(*dc[slot], s)) {
-            loss = Unreadable(r);
-            break;
-          }
-          r.Skip(static_cast<int>(s));
+    return EachBlock(run, first, last, [this](EntropyReader& r, int64_t unit, int32_t slot) {
+      r.Refill();
+      // The DC difference: a code and as many extra bits as its symbol says (at most 15).
+      const uint32_t dc_step = dc[slot]->step[r.Peek() >> (64 - CheckTable::kLookBits)];
+      if (dc_step != 0) {
+        r.Skip(static_cast<int>(dc_step & 31));
+      } else {
+        uint32_t s;
+        if (!r.DecodeSymbol(*dc[slot], s)) {
+          return Unreadable(r);
         }
-        const uint32_t k =
-            runs[slot] != nullptr ? AcRuns(r, *ac[slot], runs[slot]) : AcSymbols(r, *ac[slot], 1);
-        if (k == kUnreadable) {
-          loss = Unreadable(r);
-          break;
-        }
-        if (k > 64 && k < kEndOfBlock) {
-          run.reader = r;
-          run.Overrun(unit, slot);
-        }
-        if (r.RanOut()) {
-          loss = Loss::kRanOut;
-          break;
-        }
+        r.Skip(static_cast<int>(s));
       }
-      if (loss != Loss::kNone) {
-        break;
+      const uint32_t k =
+          runs[slot] != nullptr ? AcRuns(r, *ac[slot], runs[slot]) : AcSymbols(r, *ac[slot], 1);
+      if (k == kUnreadable) {
+        return Unreadable(r);
       }
-    }
-    run.reader = r;
-    if (loss != Loss::kNone) {
-      run.Lost(loss, unit, slot);
-      run.interval_lost = true;
-    }
-    return unit;
+      if (k > 64 && k < kEndOfBlock) {
+        run.reader = r;
+        run.Overrun(unit, slot);
+      }
+      return Loss::kNone;
+    });
   }
 
   void Restart(uint32_t) {}
@@ -411,39 +421,19 @@ class DcBlocks {
   }
 
   int64_t Run(int64_t first, int64_t last) {
-    EntropyReader r = run.reader;
-    const int32_t blocks = run.in.geometry.blocks_in_unit;
-    int64_t unit = first;
-    Loss loss = Loss::kNone;
-    int32_t slot = 0;
-    for (; unit < last; ++unit) {
-      for (slot = 0; slot < blocks; ++slot) {
-        r.Refill();
-        if (refinement) {
-          r.Skip(1);
-        } else {
-          uint32_t s;
-          if (!r.DecodeSymbol(*dc[slot], s)) {
-            loss = Unreadable(r);
-            break;
-          }
-          r.Skip(static_cast<int>(s));
-        }
-        if (r.RanOut()) {
-          loss = Loss::kRanOut;
-          break;
-        }
+    return EachBlock(run, first, last, [this](EntropyReader& r, int64_t, int32_t slot) {
+      r.Refill();
+      if (refinement) {
+        r.Skip(1);
+        return Loss::kNone;
       }
-      if (loss != Loss::kNone) {
-        break;
+      uint32_t s;
+      if (!r.DecodeSymbol(*dc[slot], s)) {
+        return Unreadable(r);
       }
-    }
-    run.reader = r;
-    if (loss != Loss::kNone) {
-      run.Lost(loss, unit, slot);
-      run.interval_lost = true;
-    }
-    return unit;
+      r.Skip(static_cast<int>(s));
+      return Loss::kNone;
+    });
   }
 
   void Restart(uint32_t) {}
@@ -505,13 +495,10 @@ class AcBlocks {
       }
       ++unit;
     }
-    run.reader = r;
     if (loss != Loss::kNone) {
-      run.Lost(loss, unit, 0);
-      run.interval_lost = true;
       eob_run = 0;
     }
-    return unit;
+    return run.EndRun(r, loss, unit, 0);
   }
 
   void Restart(uint32_t) { eob_run = 0; }

@@ -14,44 +14,7 @@
 
 namespace corvi {
 
-const char* ProcessName(uint8_t code) {
-  switch (code) {
-    case 0xC0:
-      return "Baseline";
-    case 0xC1:
-      return "Extended sequential";
-    case 0xC2:
-      return "Progressive";
-    case 0xC3:
-      return "Lossless";
-    case 0xC5:
-      return "Differential sequential";
-    case 0xC6:
-      return "Differential progressive";
-    case 0xC7:
-      return "Differential lossless";
-    case 0xC9:
-      return "Extended sequential arithmetic";
-    case 0xCA:
-      return "Progressive arithmetic";
-    case 0xCB:
-      return "Lossless arithmetic";
-    case 0xCD:
-      return "Differential sequential arithmetic";
-    case 0xCE:
-      return "Differential progressive arithmetic";
-    case 0xCF:
-      return "Differential lossless arithmetic";
-    default:
-      return "";
-  }
-}
-
 namespace {
-
-bool IsFrameMarker(uint8_t code) {
-  return code >= 0xC0 && code <= 0xCF && code != 0xC4 && code != 0xC8 && code != 0xCC;
-}
 
 // Why a frame's process is not checked, or null when it is.
 const char* Unchecked(uint8_t code) {

@@ -46,8 +46,4 @@ struct StreamCheck {
 StreamCheck CheckStream(const uint8_t* file, int64_t first, int64_t length,
                         const StreamCheckOptions& options);
 
-// The process of a frame by its marker, as the report names it: "Baseline", "Extended
-// sequential", "Progressive", "Lossless", "Extended sequential arithmetic", ...
-const char* ProcessName(uint8_t code);
-
 }  // namespace corvi

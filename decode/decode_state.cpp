@@ -14,9 +14,24 @@
 #include "platform/format.h"
 
 namespace corvi {
-namespace {
 
-// Names of the frame types by marker code 0xC0 to 0xCF; the codes that are no frame are "???".
+DecodeState::~DecodeState() {
+  for (ComponentInfo*& c : components) {
+    delete c;
+    c = nullptr;
+  }
+  for (QuantTable*& q : quant_tables) {
+    delete q;
+    q = nullptr;
+  }
+  for (int i = 0; i < 4; ++i) {
+    delete dc_tables[i];
+    dc_tables[i] = nullptr;
+    delete ac_tables[i];
+    ac_tables[i] = nullptr;
+  }
+}
+
 const char* ModeName(uint8_t frame_mode) {
   switch (frame_mode) {
     case 0xC0:
@@ -47,25 +62,6 @@ const char* ModeName(uint8_t frame_mode) {
       return "Differential lossless arithmetic";
     default:
       return "???";
-  }
-}
-
-}  // namespace
-
-DecodeState::~DecodeState() {
-  for (ComponentInfo*& c : components) {
-    delete c;
-    c = nullptr;
-  }
-  for (QuantTable*& q : quant_tables) {
-    delete q;
-    q = nullptr;
-  }
-  for (int i = 0; i < 4; ++i) {
-    delete dc_tables[i];
-    dc_tables[i] = nullptr;
-    delete ac_tables[i];
-    ac_tables[i] = nullptr;
   }
 }
 

@@ -74,6 +74,10 @@ struct DecodeState {
   ~DecodeState();  // components, quantisation tables, then DC and AC table of each index
 };
 
+// The name of a frame's process by its marker code 0xC0 to 0xCF ("Baseline", "Progressive",
+// "Extended sequential arithmetic", ...); "???" for the codes that are no frame.
+const char* ModeName(uint8_t frame_mode);
+
 // ITU T.81 Figure A.6: entry i is the natural index of the i-th coefficient in coded order.
 extern const uint32_t zigzag[64];
 

@@ -9,6 +9,7 @@
 #include "base/limits.h"
 #include "base/raw_layer_exception.h"
 #include "jpeg/markers.h"
+#include "jpeg/segment_fields.h"
 #include "platform/error_text.h"
 #include "platform/file_map.h"
 #include "platform/format.h"
@@ -371,21 +372,10 @@ void JPEGReader::Marker::Dump(const uint8_t* base, int32_t indent, OutStream& st
 
 std::unique_ptr<JPEGReader::Marker> MakeMarker(uint8_t code, int32_t length,
                                                const uint8_t* payload) {
+  if (IsFrameMarker(code)) {
+    return std::make_unique<SOFMarker>(code, length, payload);
+  }
   switch (code) {
-    case 0xC0:
-    case 0xC1:
-    case 0xC2:
-    case 0xC3:
-    case 0xC5:
-    case 0xC6:
-    case 0xC7:
-    case 0xC9:
-    case 0xCA:
-    case 0xCB:
-    case 0xCD:
-    case 0xCE:
-    case 0xCF:
-      return std::make_unique<SOFMarker>(code, length, payload);
     case 0xC4:
       return std::make_unique<DHTMarker>(code, length, payload);
     case 0xDA:

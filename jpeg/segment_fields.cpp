@@ -197,21 +197,10 @@ SegmentFields ReadSegmentFields(uint8_t code, const uint8_t* payload, int32_t le
     complete = false;
     return std::monostate{};
   }
+  if (IsFrameMarker(code)) {
+    return ReadFrame(code, payload, length, complete);
+  }
   switch (code) {
-    case 0xC0:
-    case 0xC1:
-    case 0xC2:
-    case 0xC3:
-    case 0xC5:
-    case 0xC6:
-    case 0xC7:
-    case 0xC9:
-    case 0xCA:
-    case 0xCB:
-    case 0xCD:
-    case 0xCE:
-    case 0xCF:
-      return ReadFrame(code, payload, length, complete);
     case 0xC4:
       return ReadHuffmanTables(payload, length, complete);
     case 0xDA:
@@ -227,6 +216,10 @@ SegmentFields ReadSegmentFields(uint8_t code, const uint8_t* payload, int32_t le
       }
       return std::monostate{};
   }
+}
+
+bool IsFrameMarker(uint8_t code) {
+  return code >= 0xC0 && code <= 0xCF && code != 0xC4 && code != 0xC8 && code != 0xCC;
 }
 
 const char* MarkerName(uint8_t code) {

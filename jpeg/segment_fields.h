@@ -107,6 +107,10 @@ using SegmentFields = std::variant<std::monostate, FrameFields, ScanFields, Tabl
 SegmentFields ReadSegmentFields(uint8_t code, const uint8_t* payload, int32_t length,
                                 bool& complete);
 
+// Whether a marker code starts a frame: SOF0 to SOF15 but for DHT (0xC4), JPG (0xC8) and DAC
+// (0xCC).
+bool IsFrameMarker(uint8_t code);
+
 // The name of a marker code as the report gives it: "SOF0", "DHT", "APP1", "RST3", "EOI", or
 // "0x12" for a code without a name.
 const char* MarkerName(uint8_t code);

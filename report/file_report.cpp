@@ -317,7 +317,7 @@ void ReportBuilder::Picture() {
     report.height = frame.height;
     report.components = static_cast<uint32_t>(frame.components.size());
     report.precision = frame.precision;
-    report.process = ProcessName(frame.code);
+    report.process = ModeName(frame.code);
     for (size_t i = 0; i < frame.components.size(); ++i) {
       if (i != 0) {
         report.sampling += ',';

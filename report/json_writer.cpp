@@ -165,7 +165,8 @@ void JsonWriter::UInt(uint64_t value) {
   out += std::to_string(value);
 }
 
-void JsonWriter::Double(double value) {
+template <typename T>
+void JsonWriter::Number(T value) {
   if (std::isnan(value)) {
     Utf8("NaN");
     return;
@@ -176,23 +177,16 @@ void JsonWriter::Double(double value) {
   }
   Separate();
   char text[32];
-  const auto result = std::to_chars(text, text + sizeof text, value);
+  const auto result = std::to_chars(text, text + sizeof text, value);  // the shortest form
   out.append(text, result.ptr);
 }
 
+void JsonWriter::Double(double value) {
+  Number(value);
+}
+
 void JsonWriter::Float(float value) {
-  if (std::isnan(value)) {
-    Utf8("NaN");
-    return;
-  }
-  if (std::isinf(value)) {
-    Utf8(value > 0 ? "Infinity" : "-Infinity");
-    return;
-  }
-  Separate();
-  char text[32];
-  const auto result = std::to_chars(text, text + sizeof text, value);
-  out.append(text, result.ptr);
+  Number(value);
 }
 
 void JsonWriter::Bool(bool value) {

@@ -38,6 +38,24 @@ class JsonWriter {
   void Bool(bool value);
   void Null();
 
+  // A member and its value in one call; an optional one is null below 0.
+  void UIntMember(std::string_view key, uint64_t value) {
+    Key(key);
+    UInt(value);
+  }
+  void IntMember(std::string_view key, int64_t value) {
+    Key(key);
+    Int(value);
+  }
+  void OptionalMember(std::string_view key, int64_t value) {
+    Key(key);
+    value >= 0 ? Int(value) : Null();
+  }
+  void TextMember(std::string_view key, std::string_view utf8) {
+    Key(key);
+    Utf8(utf8);
+  }
+
   int depth() const { return level; }
 
  private:
@@ -46,6 +64,8 @@ class JsonWriter {
   void Separate();
   void Escaped(uint32_t code_point);
   void WriteUtf8(std::string_view text);
+  template <typename T>
+  void Number(T value);
 
   std::string& out;
   int level = 0;

@@ -94,34 +94,21 @@ void TypedValue(JsonWriter& json, uint32_t type, uint32_t count, const std::stri
 
 void IssueJson(JsonWriter& json, const Issue& issue) {
   json.BeginObject();
-  json.Key("kind");
-  json.Utf8(issue.kind);
-  json.Key("severity");
-  json.Utf8(SeverityName(issue.severity));
-  json.Key("offset");
-  if (issue.offset >= 0) {
-    json.Int(issue.offset);
-  } else {
-    json.Null();
-  }
+  json.TextMember("kind", issue.kind);
+  json.TextMember("severity", SeverityName(issue.severity));
+  json.OptionalMember("offset", issue.offset);
   if (issue.length >= 0) {
-    json.Key("length");
-    json.Int(issue.length);
+    json.IntMember("length", issue.length);
   }
   if (issue.mcu_row >= 0) {
-    json.Key("mcu_row");
-    json.Int(issue.mcu_row);
-    json.Key("mcu_column");
-    json.Int(issue.mcu_column);
-    json.Key("component");
-    json.Int(issue.component);
+    json.IntMember("mcu_row", issue.mcu_row);
+    json.IntMember("mcu_column", issue.mcu_column);
+    json.IntMember("component", issue.component);
   }
   if (issue.thumbnail > 0) {
-    json.Key("thumbnail");
-    json.Int(issue.thumbnail);
+    json.IntMember("thumbnail", issue.thumbnail);
   }
-  json.Key("message");
-  json.Utf8(issue.message);
+  json.TextMember("message", issue.message);
   json.EndObject();
 }
 
@@ -138,24 +125,17 @@ void TextOrNull(JsonWriter& json, const char* key, const std::string& text, bool
 
 void SegmentFieldsJson(JsonWriter& json, const SegmentFields& fields, uint8_t code) {
   if (const auto* frame = std::get_if<FrameFields>(&fields)) {
-    json.Key("precision");
-    json.UInt(frame->precision);
-    json.Key("width");
-    json.UInt(frame->width);
-    json.Key("height");
-    json.UInt(frame->height);
+    json.UIntMember("precision", frame->precision);
+    json.UIntMember("width", frame->width);
+    json.UIntMember("height", frame->height);
     json.Key("components");
     json.BeginArray();
     for (const FrameComponent& c : frame->components) {
       json.BeginObject();
-      json.Key("id");
-      json.UInt(c.id);
-      json.Key("h");
-      json.UInt(c.h);
-      json.Key("v");
-      json.UInt(c.v);
-      json.Key("quant_table");
-      json.UInt(c.quant_table);
+      json.UIntMember("id", c.id);
+      json.UIntMember("h", c.h);
+      json.UIntMember("v", c.v);
+      json.UIntMember("quant_table", c.quant_table);
       json.EndObject();
     }
     json.EndArray();
@@ -164,126 +144,78 @@ void SegmentFieldsJson(JsonWriter& json, const SegmentFields& fields, uint8_t co
     json.BeginArray();
     for (const ScanComponent& c : scan->components) {
       json.BeginObject();
-      json.Key("id");
-      json.UInt(c.id);
-      json.Key("dc_table");
-      json.UInt(c.dc_table);
-      json.Key("ac_table");
-      json.UInt(c.ac_table);
+      json.UIntMember("id", c.id);
+      json.UIntMember("dc_table", c.dc_table);
+      json.UIntMember("ac_table", c.ac_table);
       json.EndObject();
     }
     json.EndArray();
-    json.Key("spectral_start");
-    json.UInt(scan->spectral_start);
-    json.Key("spectral_end");
-    json.UInt(scan->spectral_end);
-    json.Key("approx_high");
-    json.UInt(scan->approx_high);
-    json.Key("approx_low");
-    json.UInt(scan->approx_low);
+    json.UIntMember("spectral_start", scan->spectral_start);
+    json.UIntMember("spectral_end", scan->spectral_end);
+    json.UIntMember("approx_high", scan->approx_high);
+    json.UIntMember("approx_low", scan->approx_low);
   } else if (const auto* tables = std::get_if<TableFields>(&fields)) {
     json.Key("tables");
     json.BeginArray();
     for (const TableEntry& t : tables->tables) {
       json.BeginObject();
       if (code == 0xC4) {
-        json.Key("class");
-        json.Utf8(t.table_class == 0 ? "DC" : t.table_class == 1 ? "AC" : "?");
-        json.Key("id");
-        json.UInt(t.id);
-        json.Key("symbols");
-        json.UInt(t.symbols);
+        json.TextMember("class", t.table_class == 0 ? "DC" : t.table_class == 1 ? "AC" : "?");
+        json.UIntMember("id", t.id);
+        json.UIntMember("symbols", t.symbols);
       } else {
-        json.Key("id");
-        json.UInt(t.id);
-        json.Key("precision");
-        json.UInt(t.precision);
+        json.UIntMember("id", t.id);
+        json.UIntMember("precision", t.precision);
       }
       json.EndObject();
     }
     json.EndArray();
   } else if (const auto* restart = std::get_if<RestartFields>(&fields)) {
-    json.Key("interval");
-    json.UInt(restart->interval);
+    json.UIntMember("interval", restart->interval);
   } else if (const auto* jfif = std::get_if<JfifFields>(&fields)) {
-    json.Key("signature");
-    json.Utf8("JFIF");
-    json.Key("version");
-    json.Utf8(Format("%d.%02d", jfif->major, jfif->minor));
-    json.Key("units");
-    json.UInt(jfif->units);
-    json.Key("x_density");
-    json.UInt(jfif->x_density);
-    json.Key("y_density");
-    json.UInt(jfif->y_density);
-    json.Key("thumbnail_width");
-    json.UInt(jfif->thumbnail_width);
-    json.Key("thumbnail_height");
-    json.UInt(jfif->thumbnail_height);
+    json.TextMember("signature", "JFIF");
+    json.TextMember("version", Format("%d.%02d", jfif->major, jfif->minor));
+    json.UIntMember("units", jfif->units);
+    json.UIntMember("x_density", jfif->x_density);
+    json.UIntMember("y_density", jfif->y_density);
+    json.UIntMember("thumbnail_width", jfif->thumbnail_width);
+    json.UIntMember("thumbnail_height", jfif->thumbnail_height);
   } else if (const auto* adobe = std::get_if<AdobeFields>(&fields)) {
-    json.Key("signature");
-    json.Utf8("Adobe");
-    json.Key("version");
-    json.UInt(adobe->version);
-    json.Key("flags0");
-    json.UInt(adobe->flags0);
-    json.Key("flags1");
-    json.UInt(adobe->flags1);
-    json.Key("transform");
-    json.UInt(adobe->transform);
+    json.TextMember("signature", "Adobe");
+    json.UIntMember("version", adobe->version);
+    json.UIntMember("flags0", adobe->flags0);
+    json.UIntMember("flags1", adobe->flags1);
+    json.UIntMember("transform", adobe->transform);
   } else if (const auto* icc = std::get_if<IccFields>(&fields)) {
-    json.Key("signature");
-    json.Utf8("ICC_PROFILE");
-    json.Key("sequence");
-    json.UInt(icc->sequence);
-    json.Key("count");
-    json.UInt(icc->count);
+    json.TextMember("signature", "ICC_PROFILE");
+    json.UIntMember("sequence", icc->sequence);
+    json.UIntMember("count", icc->count);
   } else if (const auto* app = std::get_if<AppFields>(&fields)) {
     if (app->kind != AppKind::kOther) {
-      json.Key("signature");
-      json.Utf8(AppKindName(app->kind));
+      json.TextMember("signature", AppKindName(app->kind));
     }
   }
 }
 
 void DirectoryJson(JsonWriter& json, const ExifDirectoryRecord& directory) {
   json.BeginObject();
-  json.Key("name");
-  json.Utf8(directory.name);
+  json.TextMember("name", directory.name);
   if (!directory.make.empty()) {
-    json.Key("make");
-    json.Utf8(directory.make);
+    json.TextMember("make", directory.make);
   }
-  json.Key("parent");
-  if (directory.parent >= 0) {
-    json.Int(directory.parent);
-  } else {
-    json.Null();
-  }
-  json.Key("segment");
-  if (directory.segment >= 0) {
-    json.Int(directory.segment);
-  } else {
-    json.Null();
-  }
-  json.Key("byte_order");
-  json.Utf8(directory.byte_order == kMotorolaOrder ? "MM" : "II");
+  json.OptionalMember("parent", directory.parent);
+  json.OptionalMember("segment", directory.segment);
+  json.TextMember("byte_order", directory.byte_order == kMotorolaOrder ? "MM" : "II");
   json.Key("entries");
   json.BeginArray();
   for (const ExifEntryRecord& entry : directory.entries) {
     json.BeginObject();
-    json.Key("tag");
-    json.UInt(entry.tag);
-    json.Key("name");
-    json.Utf8(entry.name);
-    json.Key("type");
-    json.UInt(entry.type);
-    json.Key("count");
-    json.UInt(entry.count);
-    json.Key("first");
-    json.Int(entry.first);
-    json.Key("last");
-    json.Int(entry.last);
+    json.UIntMember("tag", entry.tag);
+    json.TextMember("name", entry.name);
+    json.UIntMember("type", entry.type);
+    json.UIntMember("count", entry.count);
+    json.IntMember("first", entry.first);
+    json.IntMember("last", entry.last);
     if (entry.cut) {
       json.Key("value");
       json.Null();
@@ -306,21 +238,16 @@ void StreamJson(JsonWriter& json, const StreamReport& stream) {
   json.BeginArray();
   for (const SegmentRecord& segment : stream.segments) {
     json.BeginObject();
-    json.Key("code");
-    json.UInt(segment.code);
-    json.Key("name");
-    json.Utf8(MarkerName(segment.code));
-    json.Key("first");
-    json.Int(segment.first);
-    json.Key("last");
-    json.Int(segment.last);
+    json.UIntMember("code", segment.code);
+    json.TextMember("name", MarkerName(segment.code));
+    json.IntMember("first", segment.first);
+    json.IntMember("last", segment.last);
     SegmentFieldsJson(json, segment.fields, segment.code);
     json.EndObject();
   }
   json.EndArray();
   if (stream.segments_omitted > 0) {
-    json.Key("segments_omitted");
-    json.UInt(stream.segments_omitted);
+    json.UIntMember("segments_omitted", stream.segments_omitted);
   }
   json.Key("directories");
   json.BeginArray();
@@ -329,28 +256,23 @@ void StreamJson(JsonWriter& json, const StreamReport& stream) {
   }
   json.EndArray();
   if (stream.directories_omitted > 0) {
-    json.Key("directories_omitted");
-    json.UInt(stream.directories_omitted);
+    json.UIntMember("directories_omitted", stream.directories_omitted);
   }
   if (stream.entries_omitted > 0) {
-    json.Key("entries_omitted");
-    json.UInt(stream.entries_omitted);
+    json.UIntMember("entries_omitted", stream.entries_omitted);
   }
   json.Key("thumbnails");
   json.BeginArray();
   for (const StreamReport& thumbnail : stream.thumbnails) {
     json.BeginObject();
-    json.Key("first");
-    json.Int(thumbnail.first);
-    json.Key("last");
-    json.Int(thumbnail.last);
+    json.IntMember("first", thumbnail.first);
+    json.IntMember("last", thumbnail.last);
     StreamJson(json, thumbnail);
     json.EndObject();
   }
   json.EndArray();
   if (stream.thumbnails_deeper > 0) {
-    json.Key("thumbnails_deeper");
-    json.UInt(stream.thumbnails_deeper);
+    json.UIntMember("thumbnails_deeper", stream.thumbnails_deeper);
   }
 }
 
@@ -361,19 +283,15 @@ void FullJson(JsonWriter& json, const FileReport& report) {
   } else {
     json.Utf8(report.scan_failure);
   }
-  json.Key("precision");
-  json.UInt(report.precision);
-  json.Key("scans");
-  json.UInt(report.scans);
+  json.UIntMember("precision", report.precision);
+  json.UIntMember("scans", report.scans);
   StreamJson(json, report.stream);
   json.Key("unclaimed");
   json.BeginArray();
   for (const UnclaimedRange& range : report.unclaimed) {
     json.BeginObject();
-    json.Key("first");
-    json.Int(range.first);
-    json.Key("last");
-    json.Int(range.last);
+    json.IntMember("first", range.first);
+    json.IntMember("last", range.last);
     TextOrNull(json, "inside", range.inside, false);
     TextOrNull(json, "after", range.after, false);
     TextOrNull(json, "before", range.before, false);
@@ -381,20 +299,16 @@ void FullJson(JsonWriter& json, const FileReport& report) {
   }
   json.EndArray();
   if (report.unclaimed_omitted > 0) {
-    json.Key("unclaimed_omitted");
-    json.UInt(report.unclaimed_omitted);
+    json.UIntMember("unclaimed_omitted", report.unclaimed_omitted);
   }
   json.Key("properties");
   json.BeginArray();
   const uint8_t host = std::endian::native == std::endian::big ? kMotorolaOrder : kIntelOrder;
   for (const PropertyRecord& property : report.properties) {
     json.BeginObject();
-    json.Key("id");
-    json.UInt(property.id);
-    json.Key("name");
-    json.Utf8(property.name);
-    json.Key("type");
-    json.UInt(property.type);
+    json.UIntMember("id", property.id);
+    json.TextMember("name", property.name);
+    json.UIntMember("type", property.type);
     json.Key("value");
     TypedValue(json, property.type, property.count, property.bytes, host);
     json.EndObject();
@@ -408,14 +322,10 @@ std::string ReportJson(const FileReport& report, bool full) {
   std::string text;
   JsonWriter json(text);
   json.BeginObject();
-  json.Key("schema");
-  json.Utf8(kReportSchema);
-  json.Key("file");
-  json.Utf8(report.file);
-  json.Key("length");
-  json.UInt(report.length);
-  json.Key("verdict");
-  json.Utf8(VerdictName(report.verdict));
+  json.TextMember("schema", kReportSchema);
+  json.TextMember("file", report.file);
+  json.UIntMember("length", report.length);
+  json.TextMember("verdict", VerdictName(report.verdict));
   json.Key("issues");
   json.BeginArray();
   for (const Issue& issue : report.issues.items()) {
@@ -423,28 +333,14 @@ std::string ReportJson(const FileReport& report, bool full) {
   }
   json.EndArray();
   if (report.issues.omitted() > 0) {
-    json.Key("issues_omitted");
-    json.UInt(report.issues.omitted());
+    json.UIntMember("issues_omitted", report.issues.omitted());
   }
-  json.Key("identified");
-  if (report.scanned) {
-    json.UInt(report.identified);
-  } else {
-    json.Null();
-  }
-  json.Key("left");
-  if (report.scanned) {
-    json.UInt(report.left);
-  } else {
-    json.Null();
-  }
+  json.OptionalMember("identified", report.scanned ? int64_t{report.identified} : -1);
+  json.OptionalMember("left", report.scanned ? int64_t{report.left} : -1);
   const bool frame = !report.process.empty();
-  json.Key("width");
-  frame ? json.UInt(report.width) : json.Null();
-  json.Key("height");
-  frame ? json.UInt(report.height) : json.Null();
-  json.Key("components");
-  frame ? json.UInt(report.components) : json.Null();
+  json.OptionalMember("width", frame ? int64_t{report.width} : -1);
+  json.OptionalMember("height", frame ? int64_t{report.height} : -1);
+  json.OptionalMember("components", frame ? int64_t{report.components} : -1);
   TextOrNull(json, "sampling", report.sampling, false);
   TextOrNull(json, "process", report.process, false);
   TextOrNull(json, "make", report.make, true);
@@ -454,13 +350,10 @@ std::string ReportJson(const FileReport& report, bool full) {
     json.Key("decoded");
     json.BeginObject();
     if (report.decoded) {
-      json.Key("width");
-      json.UInt(report.decoded_width);
-      json.Key("height");
-      json.UInt(report.decoded_height);
+      json.UIntMember("width", report.decoded_width);
+      json.UIntMember("height", report.decoded_height);
     } else {
-      json.Key("failure");
-      json.Utf8(report.decode_failure);
+      json.TextMember("failure", report.decode_failure);
     }
     json.EndObject();
   }
