@@ -62,13 +62,21 @@ void IssueList::Sort() {
   });
 }
 
-bool IssueList::Has(const char* kind) const {
-  for (const Issue& issue : list) {
+void IssueList::Append(const IssueList& other) {
+  for (const Issue& issue : other.list) {
+    Add(issue);
+  }
+  dropped += other.dropped;
+  worst = std::max(worst, other.worst);
+}
+
+Issue* IssueList::Find(const char* kind) {
+  for (Issue& issue : list) {
     if (std::strcmp(issue.kind, kind) == 0) {
-      return true;
+      return &issue;
     }
   }
-  return false;
+  return nullptr;
 }
 
 Verdict VerdictOf(const IssueList& issues, bool process_checked) {

@@ -46,6 +46,8 @@ class IssueList {
   static constexpr size_t kMaxIssues = 200;
 
   void Add(Issue issue);
+  // Every issue of `other`, and what it left out, in its order.
+  void Append(const IssueList& other);
   // An issue of the thumbnail that starts at `thumbnail_offset`: named as the thumbnail's, and
   // at most benign.
   void AddFromThumbnail(const Issue& issue, int64_t thumbnail_offset);
@@ -56,7 +58,8 @@ class IssueList {
   Issue& Last() { return list.back(); }
   size_t omitted() const { return dropped; }
   Severity Worst() const { return worst; }
-  bool Has(const char* kind) const;
+  // The first issue of `kind`, or null.
+  Issue* Find(const char* kind);
 
  private:
   std::vector<Issue> list;

@@ -188,6 +188,48 @@ int32_t SegmentAt(const StreamReport& stream, int64_t first) {
   return static_cast<int32_t>(it - stream.segments.begin());
 }
 
+// An image of an MPF index: where it lies in the file, and its number in the index from 1.
+struct MpfImage {
+  int64_t first;
+  int64_t size;
+  uint32_t number;
+};
+
+// The images that an MPF index (CIPA DC-007) names, other than the first: the index is a TIFF
+// structure at `index` of `index_length` bytes, whose MP Entry tag (0xB002) holds 16 bytes an
+// image (attributes, size, offset from the TIFF header, two dependents), in the TIFF's byte
+// order. Images that reach outside the file are left out.
+std::vector<MpfImage> MpfImages(const uint8_t* data, int64_t index, int64_t index_length,
+                                int64_t file_length) {
+  std::vector<MpfImage> images;
+  if (index < 0 || index_length < 8) {
+    return images;
+  }
+  const uint8_t* tiff = data + index;
+  const uint8_t order = tiff[0] == 'M' ? kMotorolaOrder : kIntelOrder;
+  const int64_t ifd = ReadOrdered32(tiff + 4, order);
+  if (ifd < 8 || ifd + 2 > index_length) {
+    return images;
+  }
+  const uint32_t count = ReadOrdered16(tiff + ifd, order);
+  for (uint32_t i = 0; i < count && ifd + 2 + 12 * (int64_t{i} + 1) <= index_length; ++i) {
+    const uint8_t* entry = tiff + ifd + 2 + 12 * i;
+    if (ReadOrdered16(entry, order) != 0xB002) {
+      continue;
+    }
+    const int64_t bytes = ReadOrdered32(entry + 4, order);
+    const int64_t at = ReadOrdered32(entry + 8, order);
+    for (int64_t e = 0; e + 16 <= bytes && at + e + 16 <= index_length; e += 16) {
+      const int64_t size = ReadOrdered32(tiff + at + e + 4, order);
+      const int64_t offset = ReadOrdered32(tiff + at + e + 8, order);
+      if (offset != 0 && index + offset + size <= file_length) {
+        images.push_back(MpfImage{index + offset, size, static_cast<uint32_t>(e / 16 + 1)});
+      }
+    }
+  }
+  return images;
+}
+
 // The Exif segments of a stream, and the thumbnails they name.
 struct ThumbnailFound {
   const APP1Marker* segment;
@@ -249,6 +291,8 @@ class ReportBuilder {
   }
   void ReaderScans();
   void Picture();
+  void Summarize(const StreamCheck& check);
+  void ReaderFailure(IssueList& picture);
   void Thumbnails(const MarkerList* markers);
   bool ThumbnailUsable(const ThumbnailFound& found, int32_t depth);
   void Trailing(const StreamCheck& check);
@@ -311,60 +355,11 @@ void ReportBuilder::Picture() {
   check_options.keep_segments = options.full;
   StreamCheck check = CheckStream(data, 0, static_cast<int64_t>(length), check_options);
   process_checked = check.process_checked;
-  if (check.has_frame) {
-    const FrameFields& frame = check.frame;
-    report.width = frame.width;
-    report.height = frame.height;
-    report.components = static_cast<uint32_t>(frame.components.size());
-    report.precision = frame.precision;
-    report.process = ModeName(frame.code);
-    for (size_t i = 0; i < frame.components.size(); ++i) {
-      if (i != 0) {
-        report.sampling += ',';
-      }
-      report.sampling += std::to_string(frame.components[i].h);
-      report.sampling += 'x';
-      report.sampling += std::to_string(frame.components[i].v);
-    }
-  }
-  report.scans = check.scans;
-  // corvi's scan failed: on metadata, when the lenient scan got through, else on something the
-  // check reads past; either way its message stands at the place it stopped.
+  Summarize(check);
   if (!report.scanned && !report.scan_failure.empty()) {
-    const bool metadata = lenient.ok;
-    bool merged = false;
-    if (report.scan_failure == "Missing JPEG EOI") {
-      // The checker finds the end missing too: one issue, in corvi's words.
-      for (const corvi::Issue& issue : check.issues.items()) {
-        if (std::strcmp(issue.kind, "missing_eoi") == 0) {
-          const_cast<corvi::Issue&>(issue).message = report.scan_failure;
-          merged = true;
-        }
-      }
-    }
-    // What the lenient scan passed over, each at the place it stood; corvi's own failure is
-    // among them unless something else failed (a thumbnail colliding with what follows it).
-    bool among = false;
-    for (const ScanFault& fault : lenient.faults) {
-      const std::string message = Utf8(fault.message.c_str());
-      among = among || message == report.scan_failure;
-      Issue("metadata", Severity::kBenign, fault.offset, message);
-    }
-    if (!merged && !among) {
-      // Only the dump is lost: what the failure means for the picture, the check's own issues
-      // say, each at its place. The search for the end comes first: a file without one fails
-      // before anything is read.
-      const int64_t at = report.scan_failure == "Missing JPEG EOI" ? static_cast<int64_t>(length)
-                                                                   : strict.failure_at;
-      Issue(metadata ? "metadata" : "scan_failure", Severity::kBenign, at, report.scan_failure);
-    }
+    ReaderFailure(check.issues);
   }
-  for (const corvi::Issue& issue : check.issues.items()) {
-    report.issues.Add(issue);
-  }
-  for (size_t i = 0; i < check.issues.omitted(); ++i) {
-    report.issues.Add(corvi::Issue{});  // counted only: the list is full
-  }
+  report.issues.Append(check.issues);
   Trailing(check);
   report.stream.first = 0;
   report.stream.last = static_cast<int64_t>(length) - 1;
@@ -372,44 +367,72 @@ void ReportBuilder::Picture() {
   report.stream.segments_omitted = check.segments_omitted;
 }
 
+void ReportBuilder::Summarize(const StreamCheck& check) {
+  report.scans = check.scans;
+  if (!check.has_frame) {
+    return;
+  }
+  const FrameFields& frame = check.frame;
+  report.width = frame.width;
+  report.height = frame.height;
+  report.components = static_cast<uint32_t>(frame.components.size());
+  report.precision = frame.precision;
+  report.process = ModeName(frame.code);
+  for (size_t i = 0; i < frame.components.size(); ++i) {
+    if (i != 0) {
+      report.sampling += ',';
+    }
+    report.sampling += std::to_string(frame.components[i].h);
+    report.sampling += 'x';
+    report.sampling += std::to_string(frame.components[i].v);
+  }
+}
+
+void ReportBuilder::ReaderFailure(IssueList& picture) {
+  // corvi's scan failed: on metadata, when the lenient scan got through, else on something the
+  // check reads past; either way its message stands at the place it stopped. Where it says the
+  // end is missing, the check says so too: one issue, in corvi's words.
+  bool said = false;
+  if (report.scan_failure == "Missing JPEG EOI") {
+    if (corvi::Issue* missing = picture.Find("missing_eoi")) {
+      missing->message = report.scan_failure;
+      said = true;
+    }
+  }
+  // What the lenient scan passed over, each at the place it stood; corvi's own failure is among
+  // them unless something else failed (a thumbnail colliding with what follows it).
+  for (const ScanFault& fault : lenient.faults) {
+    const std::string message = Utf8(fault.message.c_str());
+    said = said || message == report.scan_failure;
+    Issue("metadata", Severity::kBenign, fault.offset, message);
+  }
+  if (!said) {
+    // Only the dump is lost: what the failure means for the picture, the check's own issues
+    // say, each at its place. The search for the end comes first: a file without one fails
+    // before anything is read.
+    const int64_t at = report.scan_failure == "Missing JPEG EOI" ? static_cast<int64_t>(length)
+                                                                 : strict.failure_at;
+    Issue(lenient.ok ? "metadata" : "scan_failure", Severity::kBenign, at, report.scan_failure);
+  }
+}
+
 void ReportBuilder::Trailing(const StreamCheck& check) {
-  if (check.end < 0 || check.end >= static_cast<int64_t>(length)) {
+  const auto size = static_cast<int64_t>(length);
+  if (check.end < 0 || check.end >= size) {
     return;
   }
   int64_t from = check.end;
-  const auto size = static_cast<int64_t>(length);
-  // The images that an MPF index (CIPA DC-007) places behind the first: offsets from its TIFF
-  // header, in its byte order; each entry is 16 bytes: attributes, size, offset, dependents.
-  if (check.mpf_index >= 0 && check.mpf_length >= 8) {
-    const uint8_t* tiff = data + check.mpf_index;
-    const int64_t tiff_length = check.mpf_length;
-    const uint8_t order = tiff[0] == 'M' ? kMotorolaOrder : kIntelOrder;
-    const int64_t ifd = ReadOrdered32(tiff + 4, order);
-    if (ifd >= 8 && ifd + 2 <= tiff_length) {
-      const uint32_t count = ReadOrdered16(tiff + ifd, order);
-      for (uint32_t i = 0; i < count && ifd + 2 + 12 * (i + 1) <= tiff_length; ++i) {
-        const uint8_t* entry = tiff + ifd + 2 + 12 * i;
-        if (ReadOrdered16(entry, order) != 0xB002) {
-          continue;
-        }
-        const int64_t bytes = ReadOrdered32(entry + 4, order);
-        const int64_t at = ReadOrdered32(entry + 8, order);
-        for (int64_t e = 0; e + 16 <= bytes && at + e + 16 <= tiff_length; e += 16) {
-          const int64_t image_size = ReadOrdered32(tiff + at + e + 4, order);
-          const int64_t image_at = ReadOrdered32(tiff + at + e + 8, order);
-          const int64_t start = check.mpf_index + image_at;
-          if (image_at == 0 || start < from || start + image_size > size) {
-            continue;
-          }
-          Issue("mpf_image", Severity::kInfo, start,
-                Format("image %lld of the MPF index, %lld bytes behind the end of the first",
-                       static_cast<long long>(e / 16 + 1), static_cast<long long>(image_size)));
-          if (start == from ||
-              std::all_of(data + from, data + start, [](uint8_t b) { return b == 0; })) {
-            from = start + image_size;
-          }
-        }
-      }
+  for (const MpfImage& image : MpfImages(data, check.mpf_index, check.mpf_length, size)) {
+    if (image.first < check.end) {
+      continue;
+    }
+    Issue("mpf_image", Severity::kInfo, image.first,
+          Format("image %u of the MPF index, %lld bytes behind the end of the first", image.number,
+                 static_cast<long long>(image.size)));
+    // Zero bytes of padding in front of an image are accounted for with it.
+    if (image.first >= from &&
+        std::all_of(data + from, data + image.first, [](uint8_t b) { return b == 0; })) {
+      from = image.first + image.size;
     }
   }
   if (from < size) {
