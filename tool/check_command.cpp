@@ -350,6 +350,14 @@ class OrderedChecks {
   // False when the threads could not be started: then nothing was checked.
   template <typename Write>
   bool Run(uint32_t jobs, Write write) {
+    if (jobs == 1) {
+      // One file at a time on this thread: the same order, and no thread to start.
+      WalkItem item;
+      while (source.Next(item)) {
+        write(CheckOne(item, settings));
+      }
+      return true;
+    }
     std::vector<std::thread> workers;
     try {
       for (uint32_t i = 0; i < jobs; ++i) {
