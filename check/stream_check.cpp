@@ -355,8 +355,10 @@ void StreamWalk::QuantTables(const uint8_t* marker, const TableFields& tables, b
     Add("bad_segment", Severity::kBroken, marker, "a DQT segment whose tables do not fill it");
   }
   for (const TableEntry& t : tables.tables) {
-    if (t.id > 3) {
-      Add("bad_segment", Severity::kBroken, marker, Format("a quantization table of id %d", t.id));
+    // T.81 knows precisions 0 and 1 only: for another, decoders disagree on the table's size.
+    if (t.id > 3 || t.pq > 1) {
+      Add("bad_segment", Severity::kBroken, marker,
+          Format("a quantization table of id %d, precision %d", t.id, t.pq));
       continue;
     }
     quant_defined[t.id] = true;

@@ -11,6 +11,7 @@
 #include "decode/progressive.h"
 #include "decode/sequential.h"
 #include "jpeg/jpeg_reader.h"
+#include "jpeg/segment_fields.h"
 #include "platform/format.h"
 
 namespace corvi {
@@ -116,10 +117,8 @@ void DecodeImage(const MarkerList& markers, DecodeState& state, RawLayer& layer,
   }
 }
 
-int32_t ReadQuantTable(QuantTable* (&tables)[4], const uint8_t* payload, int32_t& position) {
-  const uint8_t b = payload[position];
-  ++position;
-  const int32_t index = b & 0x0F;  // Tq
+int32_t ReadQuantTable(QuantTable* (&tables)[4], const TableEntry& entry) {
+  const int32_t index = entry.id;  // Tq
   if (index >= 4) {
     throw RawLayerException(L"Invalid quantization table index");
   }
@@ -127,17 +126,10 @@ int32_t ReadQuantTable(QuantTable* (&tables)[4], const uint8_t* payload, int32_t
     throw RawLayerException(L"Duplicate quantization table index");
   }
   auto table = std::make_unique<QuantTable>();
-  const bool wide = (b & 0x10) != 0;  // Pq: only this bit decides
-  table->precision = wide ? 16 : 8;
+  const bool wide = entry.precision == 16;  // only bit 0x10 of Pq decides
+  table->precision = entry.precision;
   for (uint32_t i = 0; i < 64; ++i) {
-    uint32_t value;
-    if (wide) {
-      value = ReadBig16(payload + position);
-      position += 2;
-    } else {
-      value = payload[position];
-      position += 1;
-    }
+    const uint32_t value = wide ? ReadBig16(entry.values + 2 * i) : entry.values[i];
     table->values[zigzag[i]] = static_cast<float>(value);
   }
   tables[index] = table.release();

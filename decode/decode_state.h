@@ -10,6 +10,7 @@ namespace corvi {
 
 struct HuffmanTable;
 struct MarkerList;
+struct TableEntry;
 struct RawLayer;
 
 // One dequantisation table: 64 values in natural order (index = 8 × row + column).
@@ -81,10 +82,10 @@ const char* ModeName(uint8_t frame_mode);
 // ITU T.81 Figure A.6: entry i is the natural index of the i-th coefficient in coded order.
 extern const uint32_t zigzag[64];
 
-// T.81 B.2.4.1: reads one table of a DQT payload at `position` (Pq/Tq, then 64 entries in zig-zag
-// order, 8 or 16 bits each) into `tables`, in natural order; moves `position` past it and returns
-// its index. Throws for an index of 4 or more and for an index already taken.
-int32_t ReadQuantTable(QuantTable* (&tables)[4], const uint8_t* payload, int32_t& position);
+// T.81 B.2.4.1: takes one table of a DQT segment (64 entries in zig-zag order, 8 or 16 bits each)
+// into `tables`, in natural order, and returns its index. Throws for an index of 4 or more and
+// for an index already taken.
+int32_t ReadQuantTable(QuantTable* (&tables)[4], const TableEntry& entry);
 
 // What the tool decodes with, and the file map with it: no limits, so every file is reported as
 // it is; no pixels kept, each MCU row going through a reused row buffer; two threads.

@@ -1,5 +1,5 @@
-// Apply of the table, frame, scan and restart segments: they fill the DecodeState.
-// Parse has claimed every byte read here, so the payload is read without bounds tests.
+// Apply of the table, frame, scan and restart segments: they fill the DecodeState from the fields
+// their Parse read.
 #include <memory>
 
 #include "base/raw_layer.h"
@@ -35,70 +35,61 @@ uint32_t PixelFormat(uint32_t count, int32_t precision) {
 
 }  // namespace
 
-// T.81 B.2.4.1: Pq/Tq, then 64 entries in zig-zag order.
+// T.81 B.2.4.1: the tables in the order they stand.
 void DQTMarker::Apply(DecodeState& state, RawLayer&, bool) {
-  if (length < 1) {
-    return;
+  for (const TableEntry& table : tables.tables) {
+    ReadQuantTable(state.quant_tables, table);
   }
-  int32_t position = 0;
-  do {
-    ReadQuantTable(state.quant_tables, payload, position);
-  } while (position < length);
 }
 
 // T.81 B.2.2: P, Y, X, Nf, then Ci, Hi/Vi, Tqi for each component.
 void SOFMarker::Apply(DecodeState& state, RawLayer& layer, bool) {
   state.frame_mode = code;
-  state.precision = payload[0];
+  state.precision = frame.precision;
   if (state.precision != 8 && state.precision != 16) {
     wchar_t message[200];
     FormatBuffer(message, 200, L"Unsupported image format (precision=%d)", state.precision);
     throw RawLayerException(message);
   }
-  state.height = ReadBig16(payload + 1);
-  state.width = ReadBig16(payload + 3);
+  state.height = frame.height;
+  state.width = frame.width;
   layer.height = state.height;
   layer.width = state.width;
-  uint32_t count = payload[5];
+  const uint32_t count = frame.count;
   if (count != 1 && count != 3 && count != 4) {
     wchar_t message[200];
     FormatBuffer(message, 200, L"Unsupported image format (number of components=%u)", count);
     throw RawLayerException(message);
   }
   layer.properties.SetLong(0xC000, PixelFormat(count, state.precision));
-  for (uint32_t i = 0; i < count; ++i) {
-    const uint8_t* entry = payload + 6 + 3 * i;
-    int32_t slot = ComponentSlot(entry[0], static_cast<int32_t>(i) + 1);
+  for (size_t i = 0; i < frame.components.size(); ++i) {
+    const FrameComponent& entry = frame.components[i];
+    // The decoder's rule: an id of 4 or more lands in the slot of its position.
+    const int32_t slot = ComponentSlot(entry.id, static_cast<int32_t>(i) + 1);
     if (slot < 0) {
       continue;
     }
     ComponentInfo& c = SlotComponent(state, slot);
-    c.h = entry[1] >> 4;
-    c.v = entry[1] & 0x0F;
-    c.quant_index = entry[2];
+    c.h = entry.h;
+    c.v = entry.v;
+    c.quant_index = entry.quant_table;
   }
 }
 
 // T.81 B.2.4.2: Tc/Th, 16 counts, then the symbols. A later table replaces an earlier one.
 void DHTMarker::Apply(DecodeState& state, RawLayer&, bool) {
-  if (length < 1) {
-    return;
-  }
-  int32_t position = 0;
-  do {
-    uint8_t b = payload[position];
-    ++position;
-    uint32_t table_class = b >> 4;  // Tc
-    uint32_t index = b & 0x0F;      // Th
-    if (table_class > 1 || index > 3) {
+  for (const TableEntry& table : tables.tables) {
+    if (table.table_class > 1 || table.id > 3) {
       throw RawLayerException(L"Invalid Huffman table ID");
     }
-    HuffmanTable*& slot = (b & 0x10) != 0 ? state.ac_tables[index] : state.dc_tables[index];
+    HuffmanTable*& slot =
+        table.table_class == 1 ? state.ac_tables[table.id] : state.dc_tables[table.id];
     delete slot;
     slot = nullptr;
     slot = new HuffmanTable();
-    BuildHuffmanTable(*slot, payload, position);  // a failure leaves the table for the state
-  } while (position < length);
+    int32_t position = 0;
+    BuildHuffmanTable(*slot, table.counts, position);  // a failure leaves the table for the state
+  }
 }
 
 // T.81 B.2.3: Ns, then Csj and Tdj/Taj for each component, Ss, Se, Ah/Al.
@@ -110,27 +101,25 @@ void SOSMarker::Apply(DecodeState& state, RawLayer&, bool) {
       c->in_scan = false;
     }
   }
-  uint32_t count = payload[0];
-  state.scan_components = static_cast<int32_t>(count);
-  for (uint32_t i = 0; i < count; ++i) {
-    const uint8_t* entry = payload + 1 + 2 * i;
-    int32_t slot = ComponentSlot(entry[0], static_cast<int32_t>(i) + 1);
+  state.scan_components = scan.count;
+  for (size_t i = 0; i < scan.components.size(); ++i) {
+    const ScanComponent& entry = scan.components[i];
+    const int32_t slot = ComponentSlot(entry.id, static_cast<int32_t>(i) + 1);
     if (slot < 0) {
       continue;
     }
     ComponentInfo& c = SlotComponent(state, slot);
-    c.dc_index = entry[1] >> 4;
-    c.ac_index = entry[1] & 0x0F;
+    c.dc_index = entry.dc_table;
+    c.ac_index = entry.ac_table;
     c.in_scan = true;
   }
-  const uint8_t* tail = payload + 1 + 2 * count;
-  state.spectral_start = tail[0];
-  state.spectral_end = tail[1];
+  state.spectral_start = scan.spectral_start;
+  state.spectral_end = scan.spectral_end;
   if (state.spectral_start > state.spectral_end || state.spectral_end >= 64) {
     throw RawLayerException(L"Invalid spectral endpoints");
   }
-  state.approx_low = tail[2] & 0x0F;
-  state.approx_high = tail[2] >> 4;
+  state.approx_low = scan.approx_low;
+  state.approx_high = scan.approx_high;
   if (state.approx_high != 0 && state.approx_high != state.approx_low + 1) {
     throw RawLayerException(L"Only single bit refinement is supported in progressive JPEG");
   }
@@ -138,7 +127,7 @@ void SOSMarker::Apply(DecodeState& state, RawLayer&, bool) {
 
 // T.81 B.2.4.4: Ri.
 void DRIMarker::Apply(DecodeState& state, RawLayer&, bool) {
-  state.restart_interval = ReadBig16(payload);
+  state.restart_interval = interval;
 }
 
 }  // namespace corvi

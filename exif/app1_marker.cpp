@@ -246,15 +246,7 @@ void APP1Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
     Print(stream, L"Adobe XMP packet:\n%s\n", xmp);
   }
   if (directory == nullptr && xmp == nullptr) {
-    for (int32_t i = 0; i < length; ++i) {
-      if (i % 16 == 0) {
-        PrintIndent(indent + 1, stream);
-      }
-      Print(stream, L" %02x", payload[i]);
-      if (i % 16 == 15 || i == length - 1) {
-        stream.PutAscii("\n", 1);
-      }
-    }
+    PrintHexLines(payload, length, indent + 1, stream);
   }
 }
 

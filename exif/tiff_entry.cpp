@@ -185,14 +185,22 @@ void TIFFDirectory::Dump(const uint8_t* base, int32_t indent, OutStream& stream)
   }
 }
 
+ThumbnailEntries FindThumbnailEntries(const TIFFDirectory& directory) {
+  const auto* offset = dynamic_cast<const ThumbnailOffset*>(directory.Find(0x201));
+  const auto* length = dynamic_cast<const ThumbnailLength*>(directory.Find(0x202));
+  if (offset == nullptr || length == nullptr) {
+    return ThumbnailEntries{};
+  }
+  return ThumbnailEntries{offset, length};
+}
+
 bool FindThumbnail(const TIFFDirectory& directory, int64_t& offset, uint32_t& length) {
-  const auto* offset_entry = dynamic_cast<const ThumbnailOffset*>(directory.Find(0x201));
-  const auto* length_entry = dynamic_cast<const ThumbnailLength*>(directory.Find(0x202));
-  if (offset_entry == nullptr || length_entry == nullptr) {
+  const ThumbnailEntries entries = FindThumbnailEntries(directory);
+  if (entries.offset == nullptr) {
     return false;
   }
-  offset = offset_entry->thumbnail;
-  length = length_entry->length;
+  offset = entries.offset->thumbnail;
+  length = entries.length->length;
   return true;
 }
 

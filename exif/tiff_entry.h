@@ -105,9 +105,16 @@ class TIFFDirectory {
   uint8_t byte_order = 0;  // 0 Intel, 1 Motorola
 };
 
-// The Exif thumbnail that tags 0x201 and 0x202 name in `directory`, the first entry of each in
-// walk order: its offset from the start of the mapped data (untested: it may point anywhere)
-// and its length. False when either entry is missing.
+// The entries that name the Exif thumbnail in `directory`: the first of tag 0x201 and the first
+// of tag 0x202 in walk order; both null unless both stand there.
+struct ThumbnailEntries {
+  const ThumbnailOffset* offset = nullptr;
+  const ThumbnailLength* length = nullptr;
+};
+ThumbnailEntries FindThumbnailEntries(const TIFFDirectory& directory);
+
+// The Exif thumbnail's offset from the start of the mapped data (untested: it may point
+// anywhere) and its length. False when either entry is missing.
 bool FindThumbnail(const TIFFDirectory& directory, int64_t& offset, uint32_t& length);
 
 }  // namespace corvi

@@ -17,41 +17,34 @@ namespace {
 
 constexpr uint8_t kJfifSignature[5] = {'J', 'F', 'I', 'F', 0};
 constexpr uint8_t kAdobeSignature[5] = {'A', 'd', 'o', 'b', 'e'};
-constexpr uint8_t kIccSignature[12] = {'I', 'C', 'C', '_', 'P', 'R', 'O', 'F', 'I', 'L', 'E', 0};
-constexpr uint8_t kDuckySignature[5] = {'D', 'u', 'c', 'k', 'y'};
-constexpr uint8_t kPhotoshopSignature[14] = {'P', 'h', 'o', 't', 'o', 's', 'h',
-                                             'o', 'p', ' ', '3', '.', '0', 0};
 
 constexpr int32_t kJfifHeaderBytes = 14;   // signature, version, units, densities, thumbnail size
 constexpr int32_t kAdobeHeaderBytes = 12;  // signature to colour transform
 
-// Whether the payload of `length` bytes starts with the signature in its full width.
-bool HasSignature(const uint8_t* payload, int32_t length, const uint8_t* signature, int32_t size) {
-  return length >= size && std::memcmp(payload, signature, static_cast<size_t>(size)) == 0;
-}
-
-// The shared Parse of the segments that claim their whole payload; a negative length is refused
-// by the coverage with "Invalid header length or corrupt data".
-void ClaimAll(const JPEGReader::Marker& marker, ByteCoverage& coverage) {
+// The shared Parse of the segments that claim their whole payload (a negative length is refused
+// by the coverage with "Invalid header length or corrupt data"); then their signature is read,
+// in its full width.
+AppKind ClaimAll(const JPEGReader::Marker& marker, ByteCoverage& coverage) {
   if (marker.length != 0) {
     coverage.IdentifyAt(coverage.OffsetOf(marker.payload), marker.length);
   }
+  return ReadAppKind(marker.code, marker.payload, marker.length);
 }
 
-// The signature line of APP2, APP12 and APP13: printed when the payload is long enough and the
-// signature matches in its full width; the content behind it is not read.
-void DumpSignatureSegment(const JPEGReader::Marker& marker, const wchar_t* head,
-                          const uint8_t* signature, int32_t size, const wchar_t* line,
-                          const uint8_t* base, int32_t indent, OutStream& stream) {
+// The signature line of APP2, APP12 and APP13: printed when the signature matched; the content
+// behind it is not read.
+void DumpSignatureSegment(const JPEGReader::Marker& marker, const wchar_t* head, bool signature,
+                          const wchar_t* line, const uint8_t* base, int32_t indent,
+                          OutStream& stream) {
   PrintHead(marker, head, base, indent, stream);
-  if (HasSignature(marker.payload, marker.length, signature, size)) {
+  if (signature) {
     PrintIndent(indent + 1, stream);
     Print(stream, line);
   }
 }
 
-uint32_t JfifThumbnailBytes(const uint8_t* payload) {
-  return 3 * uint32_t{payload[12]} * uint32_t{payload[13]};
+uint32_t JfifThumbnailBytes(const JfifFields& jfif) {
+  return 3 * uint32_t{jfif.thumbnail_width} * uint32_t{jfif.thumbnail_height};
 }
 
 }  // namespace
@@ -74,7 +67,8 @@ void APP0Marker::Parse(ByteCoverage& coverage) {
     throw RawLayerException(L"Unknown APP0 signature");
   }
   coverage.IdentifyAt(origin, kJfifHeaderBytes);
-  const uint32_t thumbnail_bytes = JfifThumbnailBytes(payload);
+  jfif_read = ReadJfifFields(payload, kJfifHeaderBytes, jfif);
+  const uint32_t thumbnail_bytes = JfifThumbnailBytes(jfif);
   if (thumbnail_bytes != 0) {
     coverage.IdentifyAt(origin + kJfifHeaderBytes, static_cast<int32_t>(thumbnail_bytes));
   }
@@ -83,28 +77,24 @@ void APP0Marker::Parse(ByteCoverage& coverage) {
 // Units 1 (dots per inch) and 2 (dots per centimetre) become the TIFF resolution properties. The
 // unit is stored as JFIF codes it, not translated to TIFF's 2 and 3.
 void APP0Marker::Apply(DecodeState& /*state*/, RawLayer& layer, bool /*header_only*/) {
-  if (length < kJfifHeaderBytes) {
-    return;  // only a hand-built marker: a scanned one holds its 14 header bytes
-  }
-  const uint8_t units = payload[7];
-  if (units != 1 && units != 2) {
+  if (!jfif_read || (jfif.units != 1 && jfif.units != 2)) {
     return;
   }
-  layer.properties.SetShort(0x128, units);                          // Resolution Unit
-  layer.properties.SetRational(0x11A, ReadBig16(payload + 8), 1);   // X Resolution
-  layer.properties.SetRational(0x11B, ReadBig16(payload + 10), 1);  // Y Resolution
+  layer.properties.SetShort(0x128, jfif.units);            // Resolution Unit
+  layer.properties.SetRational(0x11A, jfif.x_density, 1);  // X Resolution
+  layer.properties.SetRational(0x11B, jfif.y_density, 1);  // Y Resolution
 }
 
 void APP0Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   PrintHead(*this, L"Marker APP0 (bytes %d - %d)\n", base, indent, stream);
-  if (length < kJfifHeaderBytes) {
-    return;  // only a hand-built marker: a scanned one holds its 14 header bytes
+  if (!jfif_read) {
+    return;
   }
   PrintIndent(indent + 1, stream);
-  Print(stream, L"JFIF version 0x%04x\n", ReadBig16(payload + 5));
-  const uint8_t units = payload[7];
-  const uint16_t x_density = ReadBig16(payload + 8);
-  const uint16_t y_density = ReadBig16(payload + 10);
+  Print(stream, L"JFIF version 0x%04x\n", static_cast<uint32_t>(jfif.major << 8 | jfif.minor));
+  const uint8_t units = jfif.units;
+  const uint16_t x_density = jfif.x_density;
+  const uint16_t y_density = jfif.y_density;
   PrintIndent(indent + 1, stream);
   if (units == 0) {
     Print(stream, L"Aspect ratio %u:%u\n", x_density, y_density);
@@ -119,9 +109,10 @@ void APP0Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   } else {
     Print(stream, L"Bogus aspect ratio code %u %u x %u\n", units, x_density, y_density);
   }
-  const uint32_t thumbnail_bytes = JfifThumbnailBytes(payload);
+  const uint32_t thumbnail_bytes = JfifThumbnailBytes(jfif);
   PrintIndent(indent + 1, stream);
-  Print(stream, L"Thumbnail size %u x %u (%u bytes)\n", payload[12], payload[13], thumbnail_bytes);
+  Print(stream, L"Thumbnail size %u x %u (%u bytes)\n", jfif.thumbnail_width, jfif.thumbnail_height,
+        thumbnail_bytes);
   if (thumbnail_bytes + kJfifHeaderBytes != static_cast<uint32_t>(length)) {
     PrintIndent(indent + 1, stream);
     Print(stream, L"  (I actually have %d bytes of thumbnail!)\n", length - kJfifHeaderBytes);
@@ -129,29 +120,29 @@ void APP0Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
 }
 
 void APP2Marker::Parse(ByteCoverage& coverage) {
-  ClaimAll(*this, coverage);
+  kind = ClaimAll(*this, coverage);
 }
 
 void APP2Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
-  DumpSignatureSegment(*this, L"Marker APP2 (bytes %d - %d)\n", kIccSignature, 12,
+  DumpSignatureSegment(*this, L"Marker APP2 (bytes %d - %d)\n", kind == AppKind::kIcc,
                        L"\"ICC_PROFILE\" signature\n", base, indent, stream);
 }
 
 void APP12Marker::Parse(ByteCoverage& coverage) {
-  ClaimAll(*this, coverage);
+  kind = ClaimAll(*this, coverage);
 }
 
 void APP12Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
-  DumpSignatureSegment(*this, L"Marker APP12 (bytes %d - %d)\n", kDuckySignature, 5,
+  DumpSignatureSegment(*this, L"Marker APP12 (bytes %d - %d)\n", kind == AppKind::kDucky,
                        L"\"Ducky\" signature\n", base, indent, stream);
 }
 
 void APP13Marker::Parse(ByteCoverage& coverage) {
-  ClaimAll(*this, coverage);
+  kind = ClaimAll(*this, coverage);
 }
 
 void APP13Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
-  DumpSignatureSegment(*this, L"Marker APP13 (bytes %d - %d)\n", kPhotoshopSignature, 14,
+  DumpSignatureSegment(*this, L"Marker APP13 (bytes %d - %d)\n", kind == AppKind::kPhotoshop,
                        L"Photoshop 3.0 content\n", base, indent, stream);
 }
 
@@ -165,23 +156,21 @@ void APP14Marker::Parse(ByteCoverage& coverage) {
     return;
   }
   coverage.IdentifyAt(origin, kAdobeHeaderBytes);
+  adobe_read = ReadAdobeFields(payload, kAdobeHeaderBytes, adobe);
 }
 
 void APP14Marker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   PrintHead(*this, L"Marker APP14 (bytes %d - %d)\n", base, indent, stream);
-  if (!HasSignature(payload, length, kAdobeSignature, 5)) {
+  if (!adobe_read) {
     return;
   }
   PrintIndent(indent + 1, stream);
   Print(stream, L"\"Adobe\" signature\n");
-  if (length < kAdobeHeaderBytes) {
-    return;  // only a hand-built marker: a scanned one holds its 12 header bytes
-  }
-  const uint8_t transform = payload[11];
+  const uint8_t transform = adobe.transform;
   const wchar_t* transform_name = transform == 1 ? L"YCbCr" : transform == 2 ? L"YCCK" : L"Unknown";
   PrintIndent(indent + 1, stream);
-  Print(stream, L"version=%u, flags0=%x, flags1=%x, color transform=%s\n", payload[6],
-        ReadBig16(payload + 7), ReadBig16(payload + 9), transform_name);
+  Print(stream, L"version=%u, flags0=%x, flags1=%x, color transform=%s\n", adobe.version,
+        adobe.flags0, adobe.flags1, transform_name);
 }
 
 void COMMarker::Parse(ByteCoverage& coverage) {

@@ -356,14 +356,15 @@ void JPEGReader::Marker::Dump(const uint8_t* base, int32_t indent, OutStream& st
   PrintIndent(indent, stream);
   Print(stream, L"Marker %02x (bytes %d - %d)\n", code, static_cast<int32_t>(FirstByte(base)),
         static_cast<int32_t>(LastByte(base)));
-  if (length < 1) {
-    return;
-  }
+  PrintHexLines(payload, length, indent, stream);
+}
+
+void PrintHexLines(const uint8_t* bytes, int32_t length, int32_t indent, OutStream& stream) {
   for (int32_t i = 0; i < length; ++i) {
     if (i % 16 == 0) {
       PrintIndent(indent, stream);
     }
-    Print(stream, L" %02x", payload[i]);
+    Print(stream, L" %02x", bytes[i]);
     if (i % 16 == 15 || i == length - 1) {
       stream.PutAscii("\n", 1);
     }

@@ -115,6 +115,9 @@ int64_t FindEOI(ByteCoverage& coverage, const uint8_t* data, int32_t search_star
 
 // Prints two blanks `indent` times; nothing for 0 or less.
 void PrintIndent(int32_t indent, OutStream& stream);
+// Prints `length` bytes as " %02x", 16 to a line, each line behind the indent; nothing for a
+// length below 1.
+void PrintHexLines(const uint8_t* bytes, int32_t length, int32_t indent, OutStream& stream);
 // Prints the head line of a named segment: `format` takes the offsets of the segment's 0xFF and
 // of its last payload byte, from `base`, after the indent.
 void PrintHead(const JPEGReader::Marker& marker, const wchar_t* format, const uint8_t* base,

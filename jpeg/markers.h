@@ -4,10 +4,14 @@
 #include <cstdint>
 
 #include "jpeg/jpeg_reader.h"
+#include "jpeg/segment_fields.h"
 
 namespace corvi {
 
 class TIFFDirectory;
+
+// The fields each class holds are read by its Parse once its claims have succeeded; Dump, Apply,
+// Write and every other reader take them from there.
 
 class SOFMarker : public JPEGReader::Marker {
  public:
@@ -15,6 +19,8 @@ class SOFMarker : public JPEGReader::Marker {
   void Parse(ByteCoverage& coverage) override;
   void Apply(DecodeState& state, RawLayer& layer, bool header_only) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  FrameFields frame;
 };
 
 class DHTMarker : public JPEGReader::Marker {
@@ -26,6 +32,8 @@ class DHTMarker : public JPEGReader::Marker {
   void Write(MergeState& state, const RawLayer& layer, const PropertyList& overrides,
              const Background& background, ByteBuffer& out) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  TableFields tables;
 };
 
 class SOSMarker : public JPEGReader::Marker {
@@ -34,6 +42,8 @@ class SOSMarker : public JPEGReader::Marker {
   void Parse(ByteCoverage& coverage) override;
   void Apply(DecodeState& state, RawLayer& layer, bool header_only) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  ScanFields scan;
 };
 
 class DQTMarker : public JPEGReader::Marker {
@@ -42,6 +52,8 @@ class DQTMarker : public JPEGReader::Marker {
   void Parse(ByteCoverage& coverage) override;
   void Apply(DecodeState& state, RawLayer& layer, bool header_only) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  TableFields tables;
 };
 
 class DRIMarker : public JPEGReader::Marker {
@@ -53,6 +65,8 @@ class DRIMarker : public JPEGReader::Marker {
   void Write(MergeState& state, const RawLayer& layer, const PropertyList& overrides,
              const Background& background, ByteBuffer& out) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  uint16_t interval = 0;  // Ri
 };
 
 class APP0Marker : public JPEGReader::Marker {
@@ -61,6 +75,9 @@ class APP0Marker : public JPEGReader::Marker {
   void Parse(ByteCoverage& coverage) override;
   void Apply(DecodeState& state, RawLayer& layer, bool header_only) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  bool jfif_read = false;  // a parsed segment holds JFIF; one whose parse failed does not
+  JfifFields jfif;
 };
 
 // Exif, XMP or other APP1 content.
@@ -82,25 +99,32 @@ class APP1Marker : public JPEGReader::Marker {
   int64_t payload_offset = 0;          // of the payload from the start of the mapped data
 };
 
+// APP2, APP12 and APP13 claim their whole payload and read only its signature.
 class APP2Marker : public JPEGReader::Marker {
  public:
   using Marker::Marker;
-  void Parse(ByteCoverage& coverage) override;  // claims the whole payload
+  void Parse(ByteCoverage& coverage) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  AppKind kind = AppKind::kOther;
 };
 
 class APP12Marker : public JPEGReader::Marker {
  public:
   using Marker::Marker;
-  void Parse(ByteCoverage& coverage) override;  // claims the whole payload
+  void Parse(ByteCoverage& coverage) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  AppKind kind = AppKind::kOther;
 };
 
 class APP13Marker : public JPEGReader::Marker {
  public:
   using Marker::Marker;
-  void Parse(ByteCoverage& coverage) override;  // claims the whole payload
+  void Parse(ByteCoverage& coverage) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  AppKind kind = AppKind::kOther;
 };
 
 class APP14Marker : public JPEGReader::Marker {
@@ -108,6 +132,9 @@ class APP14Marker : public JPEGReader::Marker {
   using Marker::Marker;
   void Parse(ByteCoverage& coverage) override;
   void Dump(const uint8_t* base, int32_t indent, OutStream& stream) override;
+
+  bool adobe_read = false;  // the Adobe signature and header; a foreign APP14 has none
+  AdobeFields adobe;
 };
 
 class COMMarker : public JPEGReader::Marker {

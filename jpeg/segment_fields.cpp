@@ -9,213 +9,212 @@
 namespace corvi {
 namespace {
 
-bool StartsWith(const uint8_t* payload, int32_t length, const char* signature, int32_t n) {
-  return length >= n && std::memcmp(payload, signature, static_cast<size_t>(n)) == 0;
-}
-
-// T.81 B.2.2: P, Y, X, Nf, then Ci, Hi/Vi, Tqi.
-FrameFields ReadFrame(uint8_t code, const uint8_t* p, int32_t length, bool& complete) {
-  FrameFields frame;
-  frame.code = code;
-  complete = false;
-  if (length < 6) {
-    return frame;
-  }
-  frame.precision = p[0];
-  frame.height = ReadBig16(p + 1);
-  frame.width = ReadBig16(p + 3);
-  const int32_t count = p[5];
-  const int32_t fit = (length - 6) / 3;
-  for (int32_t i = 0; i < count && i < fit; ++i) {
-    const uint8_t* entry = p + 6 + 3 * i;
-    frame.components.push_back(FrameComponent{entry[0], static_cast<uint8_t>(entry[1] >> 4),
-                                              static_cast<uint8_t>(entry[1] & 15), entry[2]});
-  }
-  complete = length == 6 + 3 * count;
-  return frame;
-}
-
-// T.81 B.2.3: Ns, then Csj, Tdj/Taj, then Ss, Se, Ah/Al.
-ScanFields ReadScan(const uint8_t* p, int32_t length, bool& complete) {
-  ScanFields scan;
-  complete = false;
-  if (length < 1) {
-    return scan;
-  }
-  const int32_t count = p[0];
-  const int32_t fit = (length - 1) / 2;
-  for (int32_t i = 0; i < count && i < fit; ++i) {
-    const uint8_t* entry = p + 1 + 2 * i;
-    scan.components.push_back(ScanComponent{entry[0], static_cast<uint8_t>(entry[1] >> 4),
-                                            static_cast<uint8_t>(entry[1] & 15)});
-  }
-  if (length >= 4 + 2 * count) {
-    const uint8_t* tail = p + 1 + 2 * count;
-    scan.spectral_start = tail[0];
-    scan.spectral_end = tail[1];
-    scan.approx_high = static_cast<uint8_t>(tail[2] >> 4);
-    scan.approx_low = static_cast<uint8_t>(tail[2] & 15);
-  }
-  complete = length == 4 + 2 * count;
-  return scan;
-}
-
-// T.81 B.2.4.2: Tc/Th, 16 counts L1..L16, then the symbols; several tables in one segment.
-TableFields ReadHuffmanTables(const uint8_t* p, int32_t length, bool& complete) {
-  TableFields fields;
-  int32_t at = 0;
-  complete = false;
-  while (at < length) {
-    if (length - at < 17) {
-      return fields;
-    }
-    TableEntry table;
-    table.table_class = static_cast<uint8_t>(p[at] >> 4);
-    table.id = static_cast<uint8_t>(p[at] & 15);
-    table.counts = p + at + 1;
-    int32_t symbols = 0;
-    for (int i = 0; i < 16; ++i) {
-      symbols += table.counts[i];
-    }
-    if (length - at - 17 < symbols) {
-      return fields;
-    }
-    table.symbols = static_cast<uint16_t>(symbols);
-    table.values = p + at + 17;
-    fields.tables.push_back(table);
-    at += 17 + symbols;
-  }
-  complete = true;
-  return fields;
-}
-
-// T.81 B.2.4.1: Pq/Tq, then 64 entries of 8 or 16 bits.
-TableFields ReadQuantTables(const uint8_t* p, int32_t length, bool& complete) {
-  TableFields fields;
-  int32_t at = 0;
-  complete = false;
-  while (at < length) {
-    TableEntry table;
-    table.precision = (p[at] >> 4) != 0 ? 16 : 8;
-    table.id = static_cast<uint8_t>(p[at] & 15);
-    const int32_t size = 1 + (table.precision == 16 ? 128 : 64);
-    if (length - at < size) {
-      return fields;
-    }
-    fields.tables.push_back(table);
-    at += size;
-  }
-  complete = true;
-  return fields;
-}
-
-SegmentFields ReadApp(uint8_t code, const uint8_t* p, int32_t length, bool& complete) {
-  complete = true;
-  switch (code) {
-    case 0xE0:
-      if (StartsWith(p, length, "JFIF", 5)) {
-        JfifFields jfif;
-        complete = length >= 14;
-        if (complete) {
-          jfif.major = p[5];
-          jfif.minor = p[6];
-          jfif.units = p[7];
-          jfif.x_density = ReadBig16(p + 8);
-          jfif.y_density = ReadBig16(p + 10);
-          jfif.thumbnail_width = p[12];
-          jfif.thumbnail_height = p[13];
-        }
-        return jfif;
-      }
-      if (StartsWith(p, length, "JFXX", 5)) {
-        return AppFields{AppKind::kJfxx};
-      }
-      if (StartsWith(p, length, "AVI1", 4)) {
-        return AppFields{AppKind::kAvi1};
-      }
-      break;
-    case 0xE1:
-      if (StartsWith(p, length, "Exif\0", 6)) {
-        return AppFields{AppKind::kExif};
-      }
-      if (StartsWith(p, length, "http://ns.adobe.com/xap/1.0/", 29)) {
-        return AppFields{AppKind::kXmp};
-      }
-      if (StartsWith(p, length, "http://ns.adobe.com/xmp/extension/", 35)) {
-        return AppFields{AppKind::kXmpExtended};
-      }
-      break;
-    case 0xE2:
-      if (StartsWith(p, length, "ICC_PROFILE", 12)) {
-        IccFields icc;
-        complete = length >= 14;
-        if (complete) {
-          icc.sequence = p[12];
-          icc.count = p[13];
-        }
-        return icc;
-      }
-      if (StartsWith(p, length, "MPF", 4)) {
-        return AppFields{AppKind::kMpf};
-      }
-      break;
-    case 0xEC:
-      if (StartsWith(p, length, "Ducky", 5)) {
-        return AppFields{AppKind::kDucky};
-      }
-      break;
-    case 0xED:
-      if (StartsWith(p, length, "Photoshop 3.0", 14)) {
-        return AppFields{AppKind::kPhotoshop};
-      }
-      break;
-    case 0xEE:
-      if (StartsWith(p, length, "Adobe", 5)) {
-        AdobeFields adobe;
-        complete = length >= 12;
-        if (complete) {
-          adobe.version = p[6];
-          adobe.flags0 = ReadBig16(p + 7);
-          adobe.flags1 = ReadBig16(p + 9);
-          adobe.transform = p[11];
-        }
-        return adobe;
-      }
-      break;
-    default:
-      break;
-  }
-  return AppFields{AppKind::kOther};
+bool StartsWith(const uint8_t* p, int64_t available, const char* signature, int64_t n) {
+  return available >= n && std::memcmp(p, signature, static_cast<size_t>(n)) == 0;
 }
 
 }  // namespace
 
+// T.81 B.2.2: P, Y, X, Nf, then Ci, Hi|Vi, Tqi.
+int64_t ReadFrameFields(uint8_t code, const uint8_t* p, int64_t available, FrameFields& out) {
+  out = FrameFields{};
+  out.code = code;
+  if (available < 6) {
+    return 6;
+  }
+  out.precision = p[0];
+  out.height = ReadBig16(p + 1);
+  out.width = ReadBig16(p + 3);
+  out.count = p[5];
+  for (int64_t i = 0; i < out.count && 6 + 3 * (i + 1) <= available; ++i) {
+    const uint8_t* c = p + 6 + 3 * i;
+    out.components.push_back(FrameComponent{c[0], static_cast<uint8_t>(c[1] >> 4),
+                                            static_cast<uint8_t>(c[1] & 0x0F), c[2]});
+  }
+  return 6 + 3 * int64_t{out.count};
+}
+
+// T.81 B.2.3: Ns, then Csj, Tdj|Taj, then Ss, Se, Ah|Al.
+int64_t ReadScanFields(const uint8_t* p, int64_t available, ScanFields& out) {
+  out = ScanFields{};
+  if (available < 1) {
+    return 4;
+  }
+  out.count = p[0];
+  for (int64_t i = 0; i < out.count && 1 + 2 * (i + 1) <= available; ++i) {
+    const uint8_t* c = p + 1 + 2 * i;
+    out.components.push_back(
+        ScanComponent{c[0], static_cast<uint8_t>(c[1] >> 4), static_cast<uint8_t>(c[1] & 0x0F)});
+  }
+  const int64_t tail = 1 + 2 * int64_t{out.count};
+  if (tail + 3 <= available) {
+    out.spectral_start = p[tail];
+    out.spectral_end = p[tail + 1];
+    out.approx_high = static_cast<uint8_t>(p[tail + 2] >> 4);
+    out.approx_low = static_cast<uint8_t>(p[tail + 2] & 0x0F);
+  }
+  return tail + 3;
+}
+
+// T.81 B.2.4.2: Tc|Th, the 16 counts L1..L16, then the symbols, table after table.
+int64_t ReadHuffmanFields(const uint8_t* p, int64_t length, int64_t available, TableFields& out) {
+  out = TableFields{};
+  int64_t at = 0;
+  while (at < length) {
+    if (available - at < 17) {
+      return at + 17;
+    }
+    TableEntry table;
+    table.table_class = static_cast<uint8_t>(p[at] >> 4);
+    table.id = static_cast<uint8_t>(p[at] & 0x0F);
+    table.counts = p + at + 1;
+    int64_t symbols = 0;
+    for (int i = 0; i < 16; ++i) {
+      symbols += table.counts[i];
+    }
+    if (available - at - 17 < symbols) {
+      return at + 17 + symbols;
+    }
+    table.symbols = static_cast<uint16_t>(symbols);
+    table.values = p + at + 17;
+    out.tables.push_back(table);
+    at += 17 + symbols;
+  }
+  return at;
+}
+
+// T.81 B.2.4.1: Pq|Tq, then 64 entries of 8 bits, or 16 where bit 0x10 is set (only that bit
+// decides the size, so a Pq of 2 reads 8-bit entries), table after table.
+int64_t ReadQuantFields(const uint8_t* p, int64_t length, int64_t available, TableFields& out) {
+  out = TableFields{};
+  int64_t at = 0;
+  while (at < length) {
+    if (available - at < 1) {
+      return at + 1;
+    }
+    TableEntry table;
+    table.pq = static_cast<uint8_t>(p[at] >> 4);
+    table.id = static_cast<uint8_t>(p[at] & 0x0F);
+    table.precision = (p[at] & 0x10) != 0 ? 16 : 8;
+    const int64_t size = 1 + 64 * int64_t{table.precision / 8};
+    if (available - at < size) {
+      return at + size;
+    }
+    table.values = p + at + 1;
+    out.tables.push_back(table);
+    at += size;
+  }
+  return at;
+}
+
+// JFIF 1.02: "JFIF" and a zero, version, units, Xdensity, Ydensity, Xthumbnail, Ythumbnail.
+bool ReadJfifFields(const uint8_t* p, int64_t available, JfifFields& out) {
+  if (!StartsWith(p, available, "JFIF", 5) || available < 14) {
+    return false;
+  }
+  out.major = p[5];
+  out.minor = p[6];
+  out.units = p[7];
+  out.x_density = ReadBig16(p + 8);
+  out.y_density = ReadBig16(p + 10);
+  out.thumbnail_width = p[12];
+  out.thumbnail_height = p[13];
+  return true;
+}
+
+// Adobe: "Adobe", a byte not read, version, flags0, flags1, colour transform.
+bool ReadAdobeFields(const uint8_t* p, int64_t available, AdobeFields& out) {
+  if (!StartsWith(p, available, "Adobe", 5) || available < 12) {
+    return false;
+  }
+  out.version = p[6];
+  out.flags0 = ReadBig16(p + 7);
+  out.flags1 = ReadBig16(p + 9);
+  out.transform = p[11];
+  return true;
+}
+
+// Signatures in their full width: a shorter payload holds none.
+AppKind ReadAppKind(uint8_t code, const uint8_t* p, int64_t available) {
+  struct Signature {
+    uint8_t code;
+    const char* text;
+    int64_t size;
+    AppKind kind;
+  };
+  static const Signature kSignatures[] = {
+      {0xE0, "JFIF", 5, AppKind::kJfif},
+      {0xE0, "JFXX", 5, AppKind::kJfxx},
+      {0xE0, "AVI1", 4, AppKind::kAvi1},
+      {0xE1, "Exif\0", 6, AppKind::kExif},
+      {0xE1, "http://ns.adobe.com/xap/1.0/", 29, AppKind::kXmp},
+      {0xE1, "http://ns.adobe.com/xmp/extension/", 35, AppKind::kXmpExtended},
+      {0xE2, "ICC_PROFILE", 12, AppKind::kIcc},
+      {0xE2, "MPF", 4, AppKind::kMpf},
+      {0xEC, "Ducky", 5, AppKind::kDucky},
+      {0xED, "Photoshop 3.0", 14, AppKind::kPhotoshop},
+      {0xEE, "Adobe", 5, AppKind::kAdobe},
+  };
+  for (const Signature& signature : kSignatures) {
+    if (signature.code == code && StartsWith(p, available, signature.text, signature.size)) {
+      return signature.kind;
+    }
+  }
+  return AppKind::kOther;
+}
+
 SegmentFields ReadSegmentFields(uint8_t code, const uint8_t* payload, int32_t length,
                                 bool& complete) {
-  complete = true;
+  complete = false;
   if (length < 0) {
-    complete = false;
     return std::monostate{};
   }
   if (IsFrameMarker(code)) {
-    return ReadFrame(code, payload, length, complete);
+    FrameFields frame;
+    complete = ReadFrameFields(code, payload, length, frame) == length;
+    return frame;
   }
   switch (code) {
     case 0xC4:
-      return ReadHuffmanTables(payload, length, complete);
-    case 0xDA:
-      return ReadScan(payload, length, complete);
-    case 0xDB:
-      return ReadQuantTables(payload, length, complete);
+    case 0xDB: {
+      TableFields tables;
+      const int64_t taken = code == 0xC4 ? ReadHuffmanFields(payload, length, length, tables)
+                                         : ReadQuantFields(payload, length, length, tables);
+      complete = taken == length;
+      return tables;
+    }
+    case 0xDA: {
+      ScanFields scan;
+      complete = ReadScanFields(payload, length, scan) == length;
+      return scan;
+    }
     case 0xDD:
       complete = length == 2;
       return length >= 2 ? SegmentFields{RestartFields{ReadBig16(payload)}} : std::monostate{};
     default:
-      if (code >= 0xE0 && code <= 0xEF) {
-        return ReadApp(code, payload, length, complete);
-      }
-      return std::monostate{};
+      break;
   }
+  if (code < 0xE0 || code > 0xEF) {
+    return std::monostate{};
+  }
+  const AppKind kind = ReadAppKind(code, payload, length);
+  complete = true;
+  if (kind == AppKind::kJfif) {
+    JfifFields jfif;
+    complete = ReadJfifFields(payload, length, jfif);
+    return complete ? SegmentFields{jfif} : SegmentFields{AppFields{kind}};
+  }
+  if (kind == AppKind::kAdobe) {
+    AdobeFields adobe;
+    complete = ReadAdobeFields(payload, length, adobe);
+    return complete ? SegmentFields{adobe} : SegmentFields{AppFields{kind}};
+  }
+  if (kind == AppKind::kIcc) {
+    complete = length >= 14;
+    return complete ? SegmentFields{IccFields{payload[12], payload[13]}}
+                    : SegmentFields{AppFields{kind}};
+  }
+  return AppFields{kind};
 }
 
 bool IsFrameMarker(uint8_t code) {

@@ -21,7 +21,8 @@ struct FrameFields {
   uint8_t precision = 0;                   // P
   uint16_t height = 0;                     // Y
   uint16_t width = 0;                      // X
-  std::vector<FrameComponent> components;  // Nf of them
+  uint8_t count = 0;                       // Nf
+  std::vector<FrameComponent> components;  // those of the Nf that were read
 };
 
 struct ScanComponent {
@@ -32,21 +33,24 @@ struct ScanComponent {
 
 // T.81 B.2.3.
 struct ScanFields {
-  std::vector<ScanComponent> components;  // Ns of them
+  uint8_t count = 0;                      // Ns
+  std::vector<ScanComponent> components;  // those of the Ns that were read
   uint8_t spectral_start = 0;             // Ss
   uint8_t spectral_end = 0;               // Se
   uint8_t approx_high = 0;                // Ah
   uint8_t approx_low = 0;                 // Al
 };
 
-// One table of a DHT (class 0 DC, 1 AC) or DQT (class 0, precision 8 or 16) segment.
+// One table of a DHT (class 0 DC, 1 AC) or DQT segment. The pointers lead into the payload: they
+// are good as long as the data is.
 struct TableEntry {
-  uint8_t table_class = 0;          // Tc
-  uint8_t id = 0;                   // Th or Tq
-  uint8_t precision = 0;            // Pq of a DQT table as 8 or 16; 0 in a DHT
-  uint16_t symbols = 0;             // codes of a DHT table
-  const uint8_t* counts = nullptr;  // a DHT table's 16 code counts, into the payload
-  const uint8_t* values = nullptr;  // its symbols
+  uint8_t table_class = 0;  // Tc of a DHT table (the head byte's high nibble); 0 in a DQT
+  uint8_t id = 0;           // Th or Tq (its low nibble)
+  uint8_t pq = 0;           // Pq of a DQT table (its high nibble)
+  uint8_t precision = 0;    // bits of a DQT entry: 16 when bit 0x10 of the head byte is set, else 8
+  uint16_t symbols = 0;     // codes of a DHT table
+  const uint8_t* counts = nullptr;  // a DHT table's 16 code counts, its symbols behind them
+  const uint8_t* values = nullptr;  // a DHT table's symbols, a DQT table's 64 entries
 };
 struct TableFields {
   std::vector<TableEntry> tables;
@@ -100,10 +104,23 @@ struct AppFields {
 using SegmentFields = std::variant<std::monostate, FrameFields, ScanFields, TableFields,
                                    RestartFields, JfifFields, AdobeFields, IccFields, AppFields>;
 
-// The fields of the segment with `code` whose `length` payload bytes start at `payload`. Reads
-// no byte outside the payload: fields that do not fit are left out, and `complete` says whether
-// the payload held exactly what its fields need (a DHT or DQT may hold several tables; an APPn
-// any amount behind its signature).
+// The readers of each layout, shared by the segment classes' Parse and by the checker. Each reads
+// the fields at `p` and no byte beyond `available`; fields that do not fit are left out. Each
+// returns how many bytes the layout takes, which may be more than `available`. A DHT or DQT
+// holds tables while the next one starts before `length`; the last may reach past it.
+int64_t ReadFrameFields(uint8_t code, const uint8_t* p, int64_t available, FrameFields& out);
+int64_t ReadScanFields(const uint8_t* p, int64_t available, ScanFields& out);
+int64_t ReadHuffmanFields(const uint8_t* p, int64_t length, int64_t available, TableFields& out);
+int64_t ReadQuantFields(const uint8_t* p, int64_t length, int64_t available, TableFields& out);
+// JFIF's 14 header bytes and Adobe's 12; false when they do not fit or the signature differs.
+bool ReadJfifFields(const uint8_t* p, int64_t available, JfifFields& out);
+bool ReadAdobeFields(const uint8_t* p, int64_t available, AdobeFields& out);
+// What the signature of an application segment with `code` says it holds.
+AppKind ReadAppKind(uint8_t code, const uint8_t* p, int64_t available);
+
+// The fields of the segment with `code` whose `length` payload bytes start at `payload`, read no
+// further than the payload, and whether the payload held exactly what its fields take (an APPn
+// may hold any amount behind its signature).
 SegmentFields ReadSegmentFields(uint8_t code, const uint8_t* payload, int32_t length,
                                 bool& complete);
 

@@ -33,6 +33,12 @@ const wchar_t* const kFrameNames[16] = {
     L"Differential lossless (sequential) arithmetic",
 };
 
+// Bytes of the data from `payload` on: the readers read only what the claims have proved to be
+// there, and never more than this.
+int64_t InDataFrom(const ByteCoverage& coverage, const uint8_t* payload) {
+  return int64_t{coverage.data_length} - coverage.OffsetOf(payload);
+}
+
 }  // namespace
 
 // T.81 B.2.2 frame header: P, Y, X, Nf, then Ci, Hi|Vi, Tqi per component. `length` is not
@@ -44,6 +50,7 @@ void SOFMarker::Parse(ByteCoverage& coverage) {
   if (component_count != 0) {
     coverage.IdentifyAt(origin + 6, 3 * int32_t{component_count});
   }
+  ReadFrameFields(code, payload, InDataFrom(coverage, payload), frame);
 }
 
 void SOFMarker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
@@ -53,21 +60,12 @@ void SOFMarker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   Print(stream, L"Marker SOF%d \"%s\" (bytes %d - %d)\n", number,
         name != nullptr ? name : L"Unknown", static_cast<int32_t>(FirstByte(base)),
         static_cast<int32_t>(LastByte(base)));
-  // After a successful scan every claimed field lies inside the payload; reading only inside
-  // `length` keeps a hand-built marker from reading beyond its bytes.
-  if (length < 6) {
-    return;
-  }
   PrintIndent(indent + 1, stream);
-  Print(stream, L"Precision %u, width %u, height %u\n", payload[0], ReadBig16(payload + 3),
-        ReadBig16(payload + 1));
-  const uint32_t component_count = payload[5];
-  for (uint32_t i = 0; i < component_count && 6 + 3 * (i + 1) <= static_cast<uint32_t>(length);
-       ++i) {
-    const uint8_t* c = payload + 6 + 3 * i;
+  Print(stream, L"Precision %u, width %u, height %u\n", frame.precision, frame.width, frame.height);
+  for (const FrameComponent& c : frame.components) {
     PrintIndent(indent + 1, stream);
-    Print(stream, L" Component %u: horiz sampling %u, vert sampling %u, quant table %u\n", c[0],
-          static_cast<uint32_t>(c[1] >> 4), static_cast<uint32_t>(c[1] & 0x0F), c[2]);
+    Print(stream, L" Component %u: horiz sampling %u, vert sampling %u, quant table %u\n", c.id,
+          c.h, c.v, c.quant_table);
   }
 }
 
@@ -91,26 +89,16 @@ void DHTMarker::Parse(ByteCoverage& coverage) {
       }
     }
   }
+  ReadHuffmanFields(payload, length, InDataFrom(coverage, payload), tables);
 }
 
 void DHTMarker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   PrintHead(*this, L"Marker DHT (bytes %d - %d)\n", base, indent, stream);
-  int64_t index = 0;
-  while (index < length) {
-    const uint8_t head = payload[index];  // Tc|Th
+  for (const TableEntry& table : tables.tables) {
     PrintIndent(indent + 1, stream);
-    Print(stream, L"Table %u (%s)\n", static_cast<uint32_t>(head & 0x0F),
-          (head & 0x10) != 0 ? L"AC table" : L"DC table");
-    // A table whose counts do not all lie inside the payload takes the walk past its end
-    // whatever they say, since it advances by at least 17.
-    if (index + 17 > length) {
-      break;
-    }
-    int64_t advance = 17;
-    for (int64_t i = 1; i <= 16; ++i) {
-      advance += payload[index + i];
-    }
-    index += advance;
+    // Bit 0x10 of the head byte names the class: the low bit of Tc.
+    Print(stream, L"Table %u (%s)\n", static_cast<uint32_t>(table.id),
+          (table.table_class & 1) != 0 ? L"AC table" : L"DC table");
   }
 }
 
@@ -121,28 +109,18 @@ void SOSMarker::Parse(ByteCoverage& coverage) {
   coverage.IdentifyAt(origin, 1);
   const uint8_t component_count = payload[0];  // Ns
   coverage.IdentifyAt(origin + 1, 2 * int32_t{component_count} + 3);
+  ReadScanFields(payload, InDataFrom(coverage, payload), scan);
 }
 
 void SOSMarker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   PrintHead(*this, L"Marker SOS (bytes %d - %d)\n", base, indent, stream);
-  if (length < 1) {
-    return;
-  }
-  const uint32_t component_count = payload[0];
-  const uint32_t tail = 1 + 2 * component_count;  // offset of Ss
-  if (tail + 3 > static_cast<uint32_t>(length)) {
-    return;  // fields past the payload: only a hand-built marker gets here
-  }
-  for (uint32_t i = 0; i < component_count; ++i) {
-    const uint8_t* c = payload + 1 + 2 * i;
+  for (const ScanComponent& c : scan.components) {
     PrintIndent(indent + 1, stream);
-    Print(stream, L"Component %u: DC Table %u, AC table %u\n", c[0],
-          static_cast<uint32_t>(c[1] >> 4), static_cast<uint32_t>(c[1] & 0x0F));
+    Print(stream, L"Component %u: DC Table %u, AC table %u\n", c.id, c.dc_table, c.ac_table);
   }
-  const uint8_t* s = payload + tail;
   PrintIndent(indent + 1, stream);
-  Print(stream, L"Spectral selection %u to %u, bit position high %u/low %u\n", s[0], s[1],
-        static_cast<uint32_t>(s[2] >> 4), static_cast<uint32_t>(s[2] & 0x0F));
+  Print(stream, L"Spectral selection %u to %u, bit position high %u/low %u\n", scan.spectral_start,
+        scan.spectral_end, scan.approx_high, scan.approx_low);
 }
 
 // T.81 B.2.4.1: Pq|Tq, then 64 entries of 1 byte (Pq 0) or 2 bytes (Pq 1). Only bit 0x10 decides
@@ -161,18 +139,15 @@ void DQTMarker::Parse(ByteCoverage& coverage) {
     coverage.IdentifyAt(origin + index, table_bytes);
     index += table_bytes;
   }
+  ReadQuantFields(payload, length, InDataFrom(coverage, payload), tables);
 }
 
 void DQTMarker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   PrintHead(*this, L"Marker DQT (bytes %d - %d)\n", base, indent, stream);
-  int64_t index = 0;
-  while (index < length) {
-    const uint8_t head = payload[index];
-    const bool sixteen_bit = (head & 0x10) != 0;
+  for (const TableEntry& table : tables.tables) {
     PrintIndent(indent + 1, stream);
-    Print(stream, L"Table %u precision %u\n", static_cast<uint32_t>(head & 0x0F),
-          sixteen_bit ? 16u : 8u);
-    index += sixteen_bit ? 129 : 65;
+    Print(stream, L"Table %u precision %u\n", static_cast<uint32_t>(table.id),
+          static_cast<uint32_t>(table.precision));
   }
 }
 
@@ -182,15 +157,13 @@ void DRIMarker::Parse(ByteCoverage& coverage) {
     throw RawLayerException(L"DRI header is wrong size");
   }
   coverage.IdentifyAt(coverage.OffsetOf(payload), 2);
+  interval = ReadBig16(payload);
 }
 
 void DRIMarker::Dump(const uint8_t* base, int32_t indent, OutStream& stream) {
   PrintHead(*this, L"Marker DRI (bytes %d - %d)\n", base, indent, stream);
-  if (length < 2) {
-    return;
-  }
   PrintIndent(indent + 1, stream);
-  Print(stream, L"Restart interval: %u\n", ReadBig16(payload));
+  Print(stream, L"Restart interval: %u\n", static_cast<uint32_t>(interval));
 }
 
 }  // namespace corvi

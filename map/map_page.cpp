@@ -121,13 +121,13 @@ void MapStream(const MarkerList& markers, const uint8_t* base,
     if (const auto* app1 = dynamic_cast<const APP1Marker*>(&marker)) {
       if (app1->directory != nullptr) {
         AddExif(*app1->directory, 0, map.exif);
-        const auto* offset = dynamic_cast<const ThumbnailOffset*>(app1->directory->Find(0x201));
-        const auto* length = dynamic_cast<const ThumbnailLength*>(app1->directory->Find(0x202));
-        if (app1->thumbnail != nullptr && offset != nullptr && length != nullptr &&
+        int64_t offset = 0;
+        uint32_t length = 0;
+        if (app1->thumbnail != nullptr && FindThumbnail(*app1->directory, offset, length) &&
             depth < kMapDepth) {
           StreamMap thumbnail;
-          thumbnail.first = offset->thumbnail;
-          thumbnail.last = offset->thumbnail + length->length - 1;
+          thumbnail.first = offset;
+          thumbnail.last = offset + length - 1;
           MapStream(*app1->thumbnail, base, claims, coverage, depth + 1, thumbnail);
           map.thumbnails.push_back(std::move(thumbnail));
         }

@@ -309,40 +309,37 @@ void ReadFrame(const JPEGReader::Marker& marker, MergeState& state) {
   if (marker.code != 0xC0) {
     throw RawLayerException(L"Merge only supports baseline Huffman");
   }
-  const uint8_t* p = marker.payload;
-  if (p[0] != 8) {
+  const FrameFields& frame = static_cast<const SOFMarker&>(marker).frame;
+  if (frame.precision != 8) {
     wchar_t message[200];
-    FormatBuffer(message, 200, L"Unsupported image format (precision=%u)", unsigned{p[0]});
+    FormatBuffer(message, 200, L"Unsupported image format (precision=%u)",
+                 unsigned{frame.precision});
     throw RawLayerException(message);
   }
-  state.height = ReadBig16(p + 1);
-  state.width = ReadBig16(p + 3);
-  const int32_t count = p[5];
+  state.height = frame.height;
+  state.width = frame.width;
   for (int32_t slot = 0; slot < 4; ++slot) {
     delete state.components[slot];
     state.components[slot] = nullptr;
   }
-  for (int32_t i = 0; i < count; ++i) {
-    const uint8_t* record = p + 6 + 3 * i;
-    const uint8_t id = record[0];
-    if (id >= 4) {
+  for (const FrameComponent& record : frame.components) {
+    // The rewriter's rule: the id is the slot, and an id of 4 or more is refused.
+    if (record.id >= 4) {
       throw RawLayerException(L"Invalid component ID");
     }
-    if (state.components[id] == nullptr) {
-      state.components[id] = new ComponentInfo();
+    if (state.components[record.id] == nullptr) {
+      state.components[record.id] = new ComponentInfo();
     }
-    ComponentInfo* c = state.components[id];
-    c->h = record[1] >> 4;
-    c->v = record[1] & 0x0F;
-    c->quant_index = record[2];
+    ComponentInfo* c = state.components[record.id];
+    c->h = record.h;
+    c->v = record.v;
+    c->quant_index = record.quant_table;
   }
 }
 
 void ReadQuantisation(const JPEGReader::Marker& marker, MergeState& state) {
-  const uint8_t* p = marker.payload;
-  int32_t position = 0;
-  while (position < marker.length) {
-    const int32_t index = ReadQuantTable(state.quant_tables, p, position);
+  for (const TableEntry& entry : static_cast<const DQTMarker&>(marker).tables.tables) {
+    const int32_t index = ReadQuantTable(state.quant_tables, entry);
     const QuantTable* table = state.quant_tables[index];
     auto reciprocal = std::make_unique<QuantTable>();
     reciprocal->precision = 8;
@@ -360,23 +357,20 @@ void ReadScan(const JPEGReader::Marker& marker, MergeState& state) {
       c->ac_index = -1;
     }
   }
-  const uint8_t* p = marker.payload;
-  const int32_t count = p[0];
-  for (int32_t i = 0; i < count; ++i) {
-    const uint8_t id = p[1 + 2 * i];
-    if (id >= 4) {
+  const ScanFields& scan = static_cast<const SOSMarker&>(marker).scan;
+  for (const ScanComponent& entry : scan.components) {
+    if (entry.id >= 4) {
       throw RawLayerException(L"Invalid component ID");
     }
-    if (state.components[id] == nullptr) {
-      state.components[id] = new ComponentInfo();
+    if (state.components[entry.id] == nullptr) {
+      state.components[entry.id] = new ComponentInfo();
     }
-    ComponentInfo* c = state.components[id];
-    const uint8_t selectors = p[2 + 2 * i];
-    c->dc_index = selectors >> 4;
-    c->ac_index = selectors & 0x0F;
+    ComponentInfo* c = state.components[entry.id];
+    c->dc_index = entry.dc_table;
+    c->ac_index = entry.ac_table;
   }
-  const uint8_t* tail = p + 1 + 2 * count;
-  if (tail[0] != 0 || tail[1] != 63 || tail[2] != 0) {
+  if (scan.spectral_start != 0 || scan.spectral_end != 63 || scan.approx_high != 0 ||
+      scan.approx_low != 0) {
     throw RawLayerException(L"Merge only supports baseline Huffman");
   }
 }

@@ -72,19 +72,12 @@ void DHTMarker::Write(MergeState& state, const RawLayer& /*layer*/,
                       ByteBuffer& out) {
   SegmentWriter segment(0xC4, out);
   // The old definitions only say which tables go out, and in which order.
-  int64_t position = 0;
-  while (position < length) {
-    const uint8_t b = payload[position];
-    if ((b & 0xF0) > 0x10 || (b & 0x0F) >= 4) {
+  for (const TableEntry& table : tables.tables) {
+    if (table.table_class > 1 || table.id >= 4) {
       throw RawLayerException(L"Invalid Huffman table ID");
     }
-    int64_t symbols = 0;
-    for (int32_t i = 1; i <= 16; ++i) {
-      symbols += payload[position + i];
-    }
-    position += 17 + symbols;
-    const uint8_t id = b & 0x0F;
-    const bool ac = (b & 0x10) != 0;
+    const uint8_t id = table.id;
+    const bool ac = table.table_class == 1;
     const HuffmanStats* stats = ac ? state.ac_stats[id] : state.dc_stats[id];
     if (stats == nullptr) {
       throw RawLayerException(L"Invalid Huffman table ID");  // a table the scan does not use
@@ -122,9 +115,10 @@ void APP1Marker::Write(MergeState& state, const RawLayer& layer, const PropertyL
     }
 
     // The thumbnail, made anew from the whole layer with the thumbnail's own frame and tables.
-    const auto* offset_entry = dynamic_cast<const ThumbnailOffset*>(directory->Find(0x201));
-    const auto* length_entry = dynamic_cast<const ThumbnailLength*>(directory->Find(0x202));
-    if (thumbnail != nullptr && offset_entry != nullptr && length_entry != nullptr) {
+    const ThumbnailEntries entries = FindThumbnailEntries(*directory);
+    const ThumbnailOffset* offset_entry = entries.offset;
+    const ThumbnailLength* length_entry = entries.length;
+    if (thumbnail != nullptr && offset_entry != nullptr) {
       std::wstring temp_name;
       if (state.temp_directory != nullptr) {
         temp_name = state.temp_directory;

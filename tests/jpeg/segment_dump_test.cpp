@@ -52,14 +52,6 @@ TEST(SegmentDump, IndentAndOffsetsFromBase) {
     PrintIndent(level, indent);
     EXPECT_EQ(indent.Text(), std::string(level > 0 ? 2 * level : 0, ' '));
   }
-  // A hand-built DHT stops at its length: its 255 symbols and the last head's counts.
-  bytes = test::Hex("FF C4 00 16 10 00*15 FF 01 02 03");
-  OutStream dht;
-  DHTMarker(0xC4, 20, bytes.data() + 4).Dump(bytes.data(), 0, dht);
-  DHTMarker(0xC4, 3, bytes.data() + 21).Dump(bytes.data(), 1, dht);
-  EXPECT_EQ(dht.Text(),
-            "Marker DHT (bytes 0 - 23)\n  Table 0 (AC table)\n"
-            "  Marker DHT (bytes 17 - 23)\n    Table 1 (DC table)\n");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "base/byte_coverage.h"
 #include "decode/decode_state.h"
 #include "jpeg/jpeg_reader.h"
 #include "merge/merge.h"
@@ -23,7 +24,10 @@ TEST(ForwardDCT, MatchesTheTransformDividedByTheQuantiser) {
     payload.push_back(static_cast<uint8_t>(1 + zigzag[k] % 7));
   }
   MergeState state;
-  ReadQuantisation(*MakeMarker(0xDB, static_cast<int32_t>(payload.size()), payload.data()), state);
+  const auto marker = MakeMarker(0xDB, static_cast<int32_t>(payload.size()), payload.data());
+  ByteCoverage coverage(payload.data(), static_cast<int32_t>(payload.size()));
+  marker->Parse(coverage);
+  ReadQuantisation(*marker, state);
   const double pi = 3.14159265358979323846;
   for (int32_t round = 0; round < 3; ++round) {
     float block[64], samples[64];

@@ -156,5 +156,18 @@ TEST(Merge, RefusalsAndOutputsMatchGoldenText) {
   });
 }
 
+// One parsed frame, two readers whose rules differ on purpose: the decoder puts a component id of
+// 4 or more in the slot of its position, the rewriter refuses it.
+TEST(Merge, IdsOfFourOrMoreSplitTheDecoderAndTheRewriter) {
+  test::JpegBuilder b;
+  b.Soi().Dqt(0).Sof(0xC0, 8, 8, 8, {{82, 0x11, 0}, {71, 0x11, 0}, {66, 0x11, 0}});
+  b.Dht(0, 0, {1}, {0}).Dht(1, 0, {1}, {0}).Sos({{82, 0}, {71, 0}, {66, 0}});
+  b.Entropy({0x03}).Eoi();  // three flat blocks: DC 0 and EOB, a bit each
+  RawLayer decoded;
+  ASSERT_TRUE(test::DecodeBytes(b.bytes(), decoded));
+  EXPECT_EQ(decoded.width, 8u);
+  EXPECT_EQ(test::MergeBytes(b.bytes(), decoded, Background{}).error, "Invalid component ID");
+}
+
 }  // namespace
 }  // namespace corvi
