@@ -20,6 +20,5 @@
 #include "exif/tiff_entry.h"
 #include "jpeg/jpeg_reader.h"
 #include "jpeg/markers.h"
-#include "map/map_page.h"
 #include "merge/merge.h"
 #include "platform/format.h"

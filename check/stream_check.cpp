@@ -75,7 +75,7 @@ class StreamWalk {
     result.issues.Add(std::move(issue));
   }
   int64_t Offset(const uint8_t* p) const { return p - file; }
-  void Record(uint8_t code, const uint8_t* marker, const uint8_t* payload, int32_t length,
+  bool Record(uint8_t code, const uint8_t* marker, const uint8_t* payload, int32_t length,
               const SegmentFields& fields);
 
   // Each returns false when the walk cannot go on.
@@ -194,11 +194,14 @@ StreamCheck StreamWalk::Run() {
     if (code == 0xDA) {
       bool complete = true;
       const SegmentFields fields = ReadSegmentFields(code, payload, length, complete);
-      Record(code, m.marker, payload, length, fields);
+      const bool recorded = Record(code, m.marker, payload, length, fields);
       p = Scan(m.marker, std::get<ScanFields>(fields), complete, payload + length);
       if (p == nullptr) {
         stopped = true;
         break;
+      }
+      if (recorded && p > payload + length) {
+        result.segments.back().data_last = Offset(p) - 1;
       }
       continue;
     }
@@ -212,16 +215,16 @@ StreamCheck StreamWalk::Run() {
   return std::move(result);
 }
 
-void StreamWalk::Record(uint8_t code, const uint8_t* marker, const uint8_t* payload, int32_t length,
+bool StreamWalk::Record(uint8_t code, const uint8_t* marker, const uint8_t* payload, int32_t length,
                         const SegmentFields& fields) {
   if (!options.keep_segments) {
-    return;
+    return false;
   }
   if (result.segments.size() >= options.max_segments) {
     ++result.segments_omitted;
-    return;
+    return false;
   }
-  SegmentRecord record{code, Offset(marker), Offset(payload) + length - 1, fields};
+  SegmentRecord record{code, Offset(marker), Offset(payload) + length - 1, -1, fields};
   // The record outlives the mapped file: no pointer into it stays.
   if (auto* tables = std::get_if<TableFields>(&record.fields)) {
     for (TableEntry& t : tables->tables) {
@@ -230,6 +233,7 @@ void StreamWalk::Record(uint8_t code, const uint8_t* marker, const uint8_t* payl
     }
   }
   result.segments.push_back(std::move(record));
+  return true;
 }
 
 bool StreamWalk::Segment(uint8_t code, const uint8_t* marker, const uint8_t* payload,

@@ -14,8 +14,10 @@ namespace corvi {
 // One segment in file order, also the tables and scans behind the first scan.
 struct SegmentRecord {
   uint8_t code = 0;
-  int64_t first = 0;  // the segment's 0xFF, from the start of the file
-  int64_t last = 0;   // its last payload byte, as the dump prints it
+  int64_t first = 0;       // the segment's 0xFF, from the start of the file
+  int64_t last = 0;        // its last payload byte, as the dump prints it
+  int64_t data_last = -1;  // of a scan: the last byte of its entropy-coded data, restart markers
+                           // included; -1 where it has none or the walk stopped inside it
   SegmentFields fields;
 };
 

@@ -8,7 +8,7 @@ include(CMakePackageConfigHelpers)
 set(CORVI_PUBLIC_HEADERS
     base/byte_coverage.h base/byte_order.h base/limits.h base/property.h base/raw_layer.h
     base/raw_layer_exception.h base/sampling.h decode/decode_state.h exif/tag_names.h
-    exif/tiff_entry.h jpeg/jpeg_reader.h jpeg/markers.h map/map_page.h merge/merge.h
+    exif/tiff_entry.h jpeg/jpeg_reader.h jpeg/markers.h jpeg/segment_fields.h merge/merge.h
     platform/format.h)
 foreach(header ${CORVI_PUBLIC_HEADERS})
   get_filename_component(folder ${header} DIRECTORY)

@@ -91,8 +91,10 @@ int64_t FindLastEOIPair(ByteCoverage& coverage, int64_t low, int64_t high) {
 
 }  // namespace
 
-MappedFile::MappedFile(const wchar_t* name) {
-  file = PlatformOpenRead(name);
+MappedFile::MappedFile(const wchar_t* name) : MappedFile(name, ExistingPath(name)) {}
+
+MappedFile::MappedFile(const wchar_t* name, const std::string& path) {
+  file = PlatformOpenPath(path);
   if (file < 0) {
     ThrowPlatformError(name, L"CreateFile", LastPlatformError());
   }
@@ -133,7 +135,7 @@ MappedFile::MappedFile(const wchar_t* name) {
 }
 
 MappedFile::~MappedFile() {
-  if (view != nullptr) {
+  if (view != nullptr && mapping != nullptr) {  // a view without a mapping is borrowed
     PlatformUnmapView(view);
     view = nullptr;
   }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "base/byte_order.h"
@@ -21,17 +22,21 @@ struct ByteBuffer;
 struct Background;
 struct MarkerList;
 
-// A file mapped read-only. The constructor opens and maps, or throws "File %s: failed on %s: %s".
+// A file mapped read-only. The constructor opens and maps, or throws "File %s: failed on %s: %s";
+// or bytes the caller holds, borrowed as they are: nothing is opened, mapped or copied.
 class MappedFile {
  public:
   explicit MappedFile(const wchar_t* name);
+  // Opens `path` (as the system takes it); messages name the file `name`.
+  MappedFile(const wchar_t* name, const std::string& path);
+  MappedFile(const uint8_t* bytes, uint32_t size) : length(size), view(bytes) {}
   MappedFile(const MappedFile&) = delete;
   MappedFile& operator=(const MappedFile&) = delete;
-  ~MappedFile();  // the view, then the mapping, then the file
+  ~MappedFile();  // the view, then the mapping, then the file; borrowed bytes stay
 
   int file = -1;  // platform file handle; -1 when not open
   uint32_t length = 0;
-  void* mapping = nullptr;  // platform mapping; null when not created
+  void* mapping = nullptr;  // platform mapping; null when not created or borrowed
   const uint8_t* view = nullptr;
 };
 
@@ -67,6 +72,9 @@ class JPEGReader : public MappedFile {
   };
 
   explicit JPEGReader(const wchar_t* name);
+  JPEGReader(const wchar_t* name, const std::string& path) : MappedFile(name, path) {}
+  // Reads bytes the caller holds, which must outlive the reader and every marker.
+  JPEGReader(const uint8_t* bytes, uint32_t size) : MappedFile(bytes, size) {}
   ~JPEGReader();  // markers, then coverage, then the mapped file
 
   // Cuts the file into segments; throws on a file that is not a JPEG or is corrupt.

@@ -305,6 +305,18 @@ int16_t RoundCoefficient(float x) {
   return static_cast<int16_t>(static_cast<int32_t>(t));
 }
 
+// The rewriter's rule: a component's id is its slot, and an id of 4 or more is refused. The
+// slot's record is made when a frame or scan first names it.
+ComponentInfo& ComponentById(MergeState& state, uint8_t id) {
+  if (id >= 4) {
+    throw RawLayerException(L"Invalid component ID");
+  }
+  if (state.components[id] == nullptr) {
+    state.components[id] = new ComponentInfo();
+  }
+  return *state.components[id];
+}
+
 void ReadFrame(const JPEGReader::Marker& marker, MergeState& state) {
   if (marker.code != 0xC0) {
     throw RawLayerException(L"Merge only supports baseline Huffman");
@@ -323,17 +335,10 @@ void ReadFrame(const JPEGReader::Marker& marker, MergeState& state) {
     state.components[slot] = nullptr;
   }
   for (const FrameComponent& record : frame.components) {
-    // The rewriter's rule: the id is the slot, and an id of 4 or more is refused.
-    if (record.id >= 4) {
-      throw RawLayerException(L"Invalid component ID");
-    }
-    if (state.components[record.id] == nullptr) {
-      state.components[record.id] = new ComponentInfo();
-    }
-    ComponentInfo* c = state.components[record.id];
-    c->h = record.h;
-    c->v = record.v;
-    c->quant_index = record.quant_table;
+    ComponentInfo& c = ComponentById(state, record.id);
+    c.h = record.h;
+    c.v = record.v;
+    c.quant_index = record.quant_table;
   }
 }
 
@@ -359,15 +364,9 @@ void ReadScan(const JPEGReader::Marker& marker, MergeState& state) {
   }
   const ScanFields& scan = static_cast<const SOSMarker&>(marker).scan;
   for (const ScanComponent& entry : scan.components) {
-    if (entry.id >= 4) {
-      throw RawLayerException(L"Invalid component ID");
-    }
-    if (state.components[entry.id] == nullptr) {
-      state.components[entry.id] = new ComponentInfo();
-    }
-    ComponentInfo* c = state.components[entry.id];
-    c->dc_index = entry.dc_table;
-    c->ac_index = entry.ac_table;
+    ComponentInfo& c = ComponentById(state, entry.id);
+    c.dc_index = entry.dc_table;
+    c.ac_index = entry.ac_table;
   }
   if (scan.spectral_start != 0 || scan.spectral_end != 63 || scan.approx_high != 0 ||
       scan.approx_low != 0) {

@@ -51,7 +51,10 @@ std::string ExistingPath(const wchar_t* name) {
 }
 
 int PlatformOpenRead(const wchar_t* name) {
-  std::string path = ExistingPath(name);
+  return PlatformOpenPath(ExistingPath(name));
+}
+
+int PlatformOpenPath(const std::string& path) {
   // Non-blocking, so that a pipe named like a JPEG cannot hang the walk.
   int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {

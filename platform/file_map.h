@@ -18,6 +18,8 @@ std::string ExistingPath(const wchar_t* name);
 
 // Opens an existing file for reading (CreateFile); -1 on failure. A directory fails.
 int PlatformOpenRead(const wchar_t* name);
+// The same for a path as the system takes it.
+int PlatformOpenPath(const std::string& path);
 // Low 32 bits of the file's size (GetFileSize); 0xFFFFFFFF on failure.
 uint32_t PlatformFileSize(int file);
 // The whole size of the file; UINT64_MAX on failure.

@@ -52,11 +52,65 @@ bool IsDirectory(const std::string& path) {
   return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+// The path of `name` inside the directory at `directory`.
+std::string Inside(const std::string& directory, const std::string& name) {
+  return directory.empty() || directory.back() == '/' ? directory + name : directory + "/" + name;
+}
+
+// The entries of the directory at `path` whose names match `wildcard` (null: all), sorted.
+bool List(const std::string& path, const wchar_t* wildcard, std::vector<DirectoryEntry>& entries) {
+  DIR* dir = opendir(path.c_str());
+  if (dir == nullptr) {
+    return false;
+  }
+  std::vector<std::pair<std::wstring, std::string>> found;  // the name, and its bytes
+  while (dirent* item = readdir(dir)) {
+    const std::string bytes = item->d_name;
+    if (bytes == "." || bytes == "..") {
+      continue;
+    }
+    std::wstring name = DecodeUtf8(bytes.data(), bytes.size());
+    if (wildcard == nullptr || Matches(wildcard, name.c_str())) {
+      found.emplace_back(std::move(name), bytes);
+    }
+  }
+  closedir(dir);
+  std::sort(found.begin(), found.end());
+  for (auto& [name, bytes] : found) {
+    entries.push_back(DirectoryEntry{std::move(name), IsDirectory(Inside(path, bytes))});
+  }
+  return true;
+}
+
+// The entry that a plain name names, or false.
+bool NamedEntry(const wchar_t* pattern, const std::wstring& last,
+                std::vector<DirectoryEntry>& entries) {
+  // "." and ".." stand for the directory's real name.
+  const std::string path = ExistingPath(pattern);
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0 && lstat(path.c_str(), &info) != 0) {
+    return false;
+  }
+  std::wstring name = last;
+  if (last == L"." || last == L"..") {
+    char* real = realpath(path.c_str(), nullptr);
+    if (real == nullptr) {
+      return false;
+    }
+    const char* base = std::strrchr(real, '/');
+    base = (base == nullptr || base[1] == 0) ? real : base + 1;
+    name = DecodeUtf8(base, std::strlen(base));
+    free(real);
+  }
+  entries.push_back(DirectoryEntry{std::move(name), S_ISDIR(info.st_mode)});
+  return true;
+}
+
 }  // namespace
 
-bool PlatformDirectoryId(const wchar_t* path, DirectoryId& id) {
+bool PlatformDirectoryId(const std::string& path, DirectoryId& id) {
   struct stat info;
-  if (stat(ExistingPath(path).c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+  if (stat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
     return false;
   }
   id.device = static_cast<uint64_t>(info.st_dev);
@@ -79,88 +133,28 @@ WideArguments::WideArguments(int argc, char** argv) {
   pointers.push_back(nullptr);
 }
 
-bool FileSearch::First(const wchar_t* pattern, FindData& entry) {
-  Close();
-  std::wstring text(pattern);
-  std::replace(text.begin(), text.end(), L'\\', L'/');
-  size_t slash = text.rfind(L'/');
-  std::wstring directory = slash == std::wstring::npos ? L"" : text.substr(0, slash + 1);
-  std::wstring last = slash == std::wstring::npos ? text : text.substr(slash + 1);
+bool SearchPattern(const wchar_t* pattern, std::vector<DirectoryEntry>& entries) {
+  entries.clear();
+  const std::wstring text(pattern);
+  const size_t slash = text.find_last_of(L"/\\");
+  const std::wstring last = slash == std::wstring::npos ? text : text.substr(slash + 1);
   if (last.empty()) {
     return false;
   }
   if (last.find_first_of(L"*?") == std::wstring::npos) {
-    // A plain name matches its own entry; "." and ".." stand for the directory's real name. A
-    // name of this system may hold "\\": the pattern as given comes first.
-    std::string path = ExistingPath(pattern);
-    struct stat info;
-    if (stat(path.c_str(), &info) != 0 && lstat(path.c_str(), &info) != 0) {
-      return false;
-    }
-    std::wstring name = last;
-    if (last == L"." || last == L"..") {
-      char* real = realpath(path.c_str(), nullptr);
-      if (real == nullptr) {
-        return false;
-      }
-      const char* base = std::strrchr(real, '/');
-      base = (base == nullptr || base[1] == 0) ? real : base + 1;
-      name = DecodeUtf8(base, std::strlen(base));
-      free(real);
-    }
-    names.push_back(name);
-    attributes.push_back(S_ISDIR(info.st_mode) ? kDirectoryAttribute : 0);
-    return Deliver(entry);
+    return NamedEntry(pattern, last, entries);
   }
   // The directory part as given, so that a directory whose name holds "\\" is found.
   std::string folder = ".";
-  if (!directory.empty()) {
-    const std::wstring given(pattern, slash + 1);
-    folder = given.size() == 1 ? std::string("/") : ExistingPath(given.substr(0, slash).c_str());
+  if (slash != std::wstring::npos) {
+    folder = slash == 0 ? std::string("/") : ExistingPath(text.substr(0, slash).c_str());
   }
-  DIR* dir = opendir(folder.c_str());
-  if (dir == nullptr) {
-    return false;
-  }
-  std::vector<std::wstring> found;
-  while (dirent* item = readdir(dir)) {
-    std::wstring name = DecodeUtf8(item->d_name, std::strlen(item->d_name));
-    if (Matches(last.c_str(), name.c_str())) {
-      found.push_back(std::move(name));
-    }
-  }
-  closedir(dir);
-  std::sort(found.begin(), found.end());
-  for (const std::wstring& name : found) {
-    std::string path = EncodeUtf8((directory + name).c_str());
-    names.push_back(name);
-    attributes.push_back(IsDirectory(path) ? kDirectoryAttribute : 0);
-  }
-  return Deliver(entry);
+  return List(folder, last.c_str(), entries) && !entries.empty();
 }
 
-bool FileSearch::Next(FindData& entry) {
-  return Deliver(entry);
-}
-
-void FileSearch::Close() {
-  names.clear();
-  attributes.clear();
-  next = 0;
-}
-
-bool FileSearch::Deliver(FindData& entry) {
-  while (next < names.size()) {
-    const std::wstring& name = names[next];
-    entry.dwFileAttributes = attributes[next];
-    ++next;
-    if (name.size() >= 260) {
-      continue;  // longer than a search entry can hold
-    }
-    std::wmemcpy(entry.cFileName, name.c_str(), name.size() + 1);
-    return true;
-  }
-  return false;
+bool ListDirectory(const std::string& path, std::vector<DirectoryEntry>& entries) {
+  entries.clear();
+  return List(path, nullptr, entries);
 }
 
 }  // namespace corvi

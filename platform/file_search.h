@@ -1,4 +1,5 @@
-// Directory search over a name or a pattern whose last component may hold * and ?.
+// Directory search over a name or a pattern whose last component may hold * and ?, the listing
+// of a directory, and the command line as wide strings.
 #pragma once
 
 #include <cstdint>
@@ -7,40 +8,24 @@
 
 namespace corvi {
 
-constexpr uint32_t kDirectoryAttribute = 0x10;
-
-// One entry of a search: the attribute bits (only the directory bit is set) and the bare name.
-struct FindData {
-  uint32_t dwFileAttributes = 0;
-  wchar_t cFileName[260] = {};
+// One entry found: its bare name, and whether it is a directory (or a link to one).
+struct DirectoryEntry {
+  std::wstring name;
+  bool directory = false;
 };
 
-// A search in progress; the destructor closes it. Both separators "/" and "\\" are read as "/".
-// A plain name or a directory matches its own entry; one that names an existing entry exactly as
-// given, "\\" kept, matches that entry first. A last component with wildcards lists the
-// directory, "." and ".." included ("*.*" matches every name), sorted by name. An entry's name is
-// what follows the pattern's last "/" or "\\", so that the directory part of the pattern and the
-// name together give the path again.
-class FileSearch {
- public:
-  FileSearch() = default;
-  FileSearch(const FileSearch&) = delete;
-  FileSearch& operator=(const FileSearch&) = delete;
-  ~FileSearch() { Close(); }
+// The entries that a name reaches, sorted by name. Both separators "/" and "\\" end a
+// component. A last component without * or ? names one entry, a directory included (it is not
+// listed); its name is what follows the last separator, and "." and ".." give the real name of the
+// directory they stand for. A name of this system may hold "\\": one that exists exactly as given
+// is that entry. A last component with wildcards (* any run, ? one character, ASCII letters in
+// either case) lists the directory in front of it, "." and ".." left out. False when nothing
+// matches.
+bool SearchPattern(const wchar_t* pattern, std::vector<DirectoryEntry>& entries);
 
-  // FindFirstFile: false when nothing matches.
-  bool First(const wchar_t* pattern, FindData& entry);
-  // FindNextFile: false at the end.
-  bool Next(FindData& entry);
-  // FindClose.
-  void Close();
-
- private:
-  bool Deliver(FindData& entry);
-  std::vector<std::wstring> names;
-  std::vector<uint32_t> attributes;
-  size_t next = 0;
-};
+// The entries of the directory at `path` (as the system takes it), sorted by name, "." and ".."
+// left out. False when it cannot be read.
+bool ListDirectory(const std::string& path, std::vector<DirectoryEntry>& entries);
 
 // Identity of a directory, the same under every name that reaches it (links included).
 struct DirectoryId {
@@ -48,8 +33,8 @@ struct DirectoryId {
   uint64_t inode = 0;
   bool operator==(const DirectoryId&) const = default;
 };
-// False when `path` names no directory that can be examined.
-bool PlatformDirectoryId(const wchar_t* path, DirectoryId& id);
+// False when `path` (as the system takes it) names no directory that can be examined.
+bool PlatformDirectoryId(const std::string& path, DirectoryId& id);
 
 // Decodes a command-line argument: UTF-8, with each byte of an invalid sequence as U+DC80 + byte.
 std::wstring DecodeArgument(const char* argument);

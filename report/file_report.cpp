@@ -22,6 +22,7 @@
 #include "jpeg/markers.h"
 #include "platform/file_view.h"
 #include "platform/format.h"
+#include "report/pipeline.h"
 
 namespace corvi {
 namespace {
@@ -40,30 +41,24 @@ std::string Utf8(const wchar_t* text) {
   return text != nullptr ? EncodeUtf8(text) : std::string();
 }
 
-// One scan of the file as corvi's reader makes it, strict or lenient.
+// The lenient scan of the file by corvi's reader, where its own scan failed.
 struct ReaderScan {
   std::unique_ptr<ByteCoverage> coverage;
   std::unique_ptr<MarkerList> markers;
   bool ok = false;
-  std::string failure;
-  int64_t failure_at = 0;
-  std::vector<ScanFault> faults;  // what a lenient scan passed over
+  std::vector<ScanFault> faults;  // what it passed over
 };
 
-ReaderScan ScanAsReader(const uint8_t* data, size_t size, bool lenient) {
+ReaderScan ScanLeniently(const uint8_t* data, size_t size) {
   ReaderScan scan;
-  // The tool's scan: no limits, so that the counts are the tool's.
+  // No limits, as in corvi's own scan.
   scan.coverage = std::make_unique<ByteCoverage>(data, static_cast<int32_t>(size));
   scan.markers = std::make_unique<MarkerList>();
-  if (lenient) {
-    scan.coverage->lenient = &scan.faults;
-  }
+  scan.coverage->lenient = &scan.faults;
   try {
     scan.markers->Scan(*scan.coverage, data, static_cast<int32_t>(size - 2));
     scan.ok = true;
-  } catch (const RawLayerException& e) {
-    scan.failure = Utf8(e.message);
-    scan.failure_at = scan.coverage->last_attempt.start;
+  } catch (const RawLayerException&) {
     // The segment whose parse failed may hold fields it never claimed: it is not read.
     MarkerList& list = *scan.markers;
     if (list.count > 0) {
@@ -274,9 +269,9 @@ size_t CountThumbnails(const MarkerList* markers) {
 
 class ReportBuilder {
  public:
-  ReportBuilder(FileReport& file_report, const uint8_t* bytes, size_t size,
+  ReportBuilder(FileReport& file_report, const FileRun& file_run, const uint8_t* bytes, size_t size,
                 const InspectOptions& inspect_options)
-      : report(file_report), data(bytes), length(size), options(inspect_options) {}
+      : report(file_report), run(file_run), data(bytes), length(size), options(inspect_options) {}
 
   void Build();
 
@@ -301,10 +296,11 @@ class ReportBuilder {
   void Unclaimed();
 
   FileReport& report;
+  const FileRun& run;  // corvi's own pipeline over the file
   const uint8_t* data;
   size_t length;
   const InspectOptions& options;
-  ReaderScan strict;
+  int64_t failure_at = 0;  // where corvi's scan stood when it failed
   ReaderScan lenient;
   const MarkerList* markers = nullptr;  // the segments the report reads: strict, or lenient
   bool process_checked = true;
@@ -337,16 +333,18 @@ void ReportBuilder::ReaderScans() {
   if (length == 0) {
     return;  // nothing to scan; the check says the file is empty
   }
-  strict = ScanAsReader(data, length, false);
-  if (strict.ok) {
+  if (run.scanned) {
     report.scanned = true;
-    report.left = strict.coverage->LeftCount();
+    report.left = run.reader->coverage->LeftCount();
     report.identified = static_cast<uint32_t>(length) - report.left;
-    markers = strict.markers.get();
+    markers = run.reader->markers;
     return;
   }
-  report.scan_failure = strict.failure;
-  lenient = ScanAsReader(data, length, true);
+  report.scan_failure = Utf8(run.failure.c_str());
+  if (run.reader != nullptr && run.reader->coverage != nullptr) {
+    failure_at = run.reader->coverage->last_attempt.start;
+  }
+  lenient = ScanLeniently(data, length);
   markers = lenient.markers.get();
 }
 
@@ -365,6 +363,7 @@ void ReportBuilder::Picture() {
   report.stream.last = static_cast<int64_t>(length) - 1;
   report.stream.segments = std::move(check.segments);
   report.stream.segments_omitted = check.segments_omitted;
+  report.stream.eoi = check.end >= 0 ? check.end - 2 : -1;
 }
 
 void ReportBuilder::Summarize(const StreamCheck& check) {
@@ -410,8 +409,8 @@ void ReportBuilder::ReaderFailure(IssueList& picture) {
     // Only the dump is lost: what the failure means for the picture, the check's own issues
     // say, each at its place. The search for the end comes first: a file without one fails
     // before anything is read.
-    const int64_t at = report.scan_failure == "Missing JPEG EOI" ? static_cast<int64_t>(length)
-                                                                 : strict.failure_at;
+    const int64_t at =
+        report.scan_failure == "Missing JPEG EOI" ? static_cast<int64_t>(length) : failure_at;
     Issue(lenient.ok ? "metadata" : "scan_failure", Severity::kBenign, at, report.scan_failure);
   }
 }
@@ -514,6 +513,7 @@ void ReportBuilder::Thumbnails(const MarkerList* top) {
       }
       child.segments = std::move(check.segments);
       child.segments_omitted = check.segments_omitted;
+      child.eoi = check.end >= 0 ? check.end - 2 : -1;
       if (f.segment->thumbnail != nullptr) {
         stack.push_back(Pending{f.segment->thumbnail, &child, node.depth + 1});
       }
@@ -576,24 +576,20 @@ void ReportBuilder::Properties(const MarkerList& list) {
 }
 
 void ReportBuilder::Decode() {
+  if (report.scanned && !run.decode_ran) {
+    return;  // the caller's run went without its decode stage
+  }
   report.decode_ran = true;
   if (!report.scanned) {
     // `corvi -d` stops at the scan's failure.
     report.decode_failure = report.scan_failure.empty() ? "No data" : report.scan_failure;
+  } else if (run.decoded) {
+    report.decoded = true;
+    report.decoded_width = run.width;
+    report.decoded_height = run.height;
+    return;
   } else {
-    try {
-      auto layer = std::make_unique<RawLayer>();
-      auto state = std::make_unique<DecodeState>();
-      SetToolDecoding(*state);
-      state->threads = false;  // a checker runs one file on each thread
-      DecodeImage(*strict.markers, *state, *layer, false);
-      report.decoded = true;
-      report.decoded_width = layer->width;
-      report.decoded_height = layer->height;
-      return;
-    } catch (const RawLayerException& e) {
-      report.decode_failure = Utf8(e.message);
-    }
+    report.decode_failure = Utf8(run.decode_failure.c_str());
   }
   Issue("decode_failed", Severity::kInfo, -1, "corvi -d: " + report.decode_failure);
 }
@@ -603,7 +599,7 @@ void ReportBuilder::Unclaimed() {
   auto label = [](const SegmentRecord& s) {
     return std::string(MarkerName(s.code)) + " at " + std::to_string(s.first);
   };
-  for (const auto& [end, start] : strict.coverage->unidentified) {
+  for (const auto& [end, start] : run.reader->coverage->unidentified) {
     if (report.unclaimed.size() >= kMaxUnclaimed) {
       ++report.unclaimed_omitted;
       continue;
@@ -650,13 +646,26 @@ FileReport UnreadableReport(const std::string& name, const std::string& reason) 
   return report;
 }
 
-FileReport InspectBytes(const std::string& name, const uint8_t* data, size_t size,
-                        const InspectOptions& options) {
+FileReport InspectRun(const std::string& name, const FileRun& run, const uint8_t* data, size_t size,
+                      const InspectOptions& options) {
   FileReport report;
   report.file = name;
-  ReportBuilder builder(report, data, size, options);
+  ReportBuilder builder(report, run, data, size, options);
   builder.Build();
   return report;
+}
+
+FileReport InspectBytes(const std::string& name, const uint8_t* data, size_t size,
+                        const InspectOptions& options) {
+  FileRun run;
+  if (size > 0 && size <= 0x7FFFFFFF) {
+    PipelineOptions pipeline;
+    pipeline.decode = options.decode;
+    pipeline.threads = false;  // a checker runs one file on each thread
+    const std::wstring wide = DecodeUtf8(name.data(), name.size());
+    run = RunBytes(wide.c_str(), data, static_cast<uint32_t>(size), pipeline);
+  }
+  return InspectRun(name, run, data, size, options);
 }
 
 FileReport Inspect(const std::string& path, const InspectOptions& options) {

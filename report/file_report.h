@@ -12,6 +12,8 @@
 
 namespace corvi {
 
+struct FileRun;
+
 // One Exif entry. `bytes` holds its value in the file's byte order: all of it up to 256 bytes,
 // else the first 64 (`cut`).
 struct ExifEntryRecord {
@@ -41,6 +43,7 @@ struct StreamReport {
   int64_t last = -1;
   std::vector<SegmentRecord> segments;
   size_t segments_omitted = 0;
+  int64_t eoi = -1;  // the end-of-image marker's 0xFF; -1 where the stream has none
   std::vector<ExifDirectoryRecord> directories;
   size_t directories_omitted = 0;  // past the report's bound, counted with their entries
   size_t entries_omitted = 0;
@@ -115,6 +118,10 @@ FileReport Inspect(const std::string& path, const InspectOptions& options);
 // Inspects bytes held by the caller, reported under `name`.
 FileReport InspectBytes(const std::string& name, const uint8_t* data, size_t size,
                         const InspectOptions& options);
+// The report of bytes that corvi's pipeline has run over already (with its decode stage when
+// `options.decode` is set), for a caller that wants the run too.
+FileReport InspectRun(const std::string& name, const FileRun& run, const uint8_t* data, size_t size,
+                      const InspectOptions& options);
 // The report of a name that cannot be opened: broken, with one issue of kind "unreadable"
 // whose message is the system's text.
 FileReport UnreadableReport(const std::string& name, const std::string& reason);

@@ -242,6 +242,9 @@ void StreamJson(JsonWriter& json, const StreamReport& stream) {
     json.TextMember("name", MarkerName(segment.code));
     json.IntMember("first", segment.first);
     json.IntMember("last", segment.last);
+    if (segment.data_last >= 0) {
+      json.IntMember("data_last", segment.data_last);
+    }
     SegmentFieldsJson(json, segment.fields, segment.code);
     json.EndObject();
   }
@@ -249,6 +252,7 @@ void StreamJson(JsonWriter& json, const StreamReport& stream) {
   if (stream.segments_omitted > 0) {
     json.UIntMember("segments_omitted", stream.segments_omitted);
   }
+  json.OptionalMember("eoi", stream.eoi);
   json.Key("directories");
   json.BeginArray();
   for (const ExifDirectoryRecord& directory : stream.directories) {

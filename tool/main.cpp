@@ -1,6 +1,6 @@
 // corvi: maps each JPEG file named, dumps its segments and reports the bytes it identified.
 #include "platform/file_search.h"
-#include "tool/pipeline.h"
+#include "tool/inspect_command.h"
 
 int main(int argc, char** argv) {
   corvi::WideArguments arguments(argc, argv);

@@ -3,10 +3,9 @@
 #include <cwchar>
 #include <string>
 
-#include "base/raw_layer_exception.h"
-#include "jpeg/jpeg_reader.h"
 #include "map/map_page.h"
 #include "platform/file_search.h"
+#include "platform/file_view.h"
 #include "platform/format.h"
 
 namespace {
@@ -57,19 +56,24 @@ int main(int argc, char** argv) {
     output = std::wstring(input) + L".html";
   }
   corvi::OutStream& out = corvi::StdOut();
-  std::string page;
-  try {
-    const corvi::FileMap map = corvi::MapFile(input, decode);
-    corvi::MappedFile file(input);
-    if (file.length != map.length) {
-      throw corvi::RawLayerException(L"The file changed while it was mapped");
-    }
-    page = corvi::MapPage(map, file.view);
-  } catch (const corvi::RawLayerException& e) {
+  // The file is mapped once: corvi's pipeline, the report and the page read the same bytes.
+  const std::string name = corvi::EncodeUtf8(input);
+  corvi::FileView view;
+  std::string error;
+  if (!view.Open(name, error)) {
     corvi::Print(corvi::StdErr(), L"Failed on %s: %s\n", input,
-                 static_cast<const wchar_t*>(e.message));
+                 corvi::DecodeUtf8(error.data(), error.size()).c_str());
     return 1;
   }
+  if (view.size() > 0x7FFFFFFF) {
+    // Offsets in corvi's reader are 32-bit, and no browser holds such a page.
+    corvi::Print(corvi::StdErr(), L"Failed on %s: File too large (%s bytes)\n", input,
+                 std::to_wstring(view.size()).c_str());
+    return 1;
+  }
+  const corvi::FileMap map =
+      corvi::MapBytes(name, view.data(), static_cast<size_t>(view.size()), decode);
+  const std::string page = corvi::MapPage(map, view.data());
   if (output == L"-") {
     std::fwrite(page.data(), 1, page.size(), stdout);
     return std::fflush(stdout) == 0 ? 0 : 1;

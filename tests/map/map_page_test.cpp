@@ -1,6 +1,6 @@
-// The file map: the page's data comes from the scan's own records (bands, claims, unclaimed
-// ranges, Exif rows, thumbnails), text from the file can never become markup, and the page works
-// in a real browser.
+// The file map: the page is drawn from the report and corvi's own pass over the file (its line,
+// claims and dumps), text from the file can never become markup, and the page works in a real
+// browser.
 #include "map/map_page.h"
 
 #include <gtest/gtest.h>
@@ -22,72 +22,122 @@ namespace {
 
 using test::Bytes;
 
-FileMap MapBytes(const Bytes& bytes, bool decode = false) {
-  const std::string path = test::WriteTempFile("x.jpg", bytes);
-  return MapFile(DecodeUtf8(path.data(), path.size()).c_str(), decode);
+FileMap Map(const Bytes& bytes, bool decode = false) {
+  return MapBytes("x.jpg", bytes.data(), bytes.size(), decode);
 }
 
-// The bands tile the stream without gap or overlap, and every claim lies inside it.
-void ExpectTiled(const StreamMap& map) {
-  int64_t next = map.first;
-  for (const MapBand& band : map.bands) {
-    EXPECT_EQ(band.first, next) << band.kind;
-    EXPECT_LE(band.first, band.last) << band.kind;
-    next = band.last + 1;
-  }
-  EXPECT_EQ(next, map.last + 1);
-  for (const ClaimRecord& claim : map.claims) {
-    EXPECT_TRUE(claim.start >= map.first && claim.end <= map.last + 1 && claim.start < claim.end);
-  }
-  for (const StreamMap& thumbnail : map.thumbnails) {
-    ExpectTiled(thumbnail);
-  }
-}
-
-std::string Kinds(const StreamMap& map) {
-  std::string kinds;
-  for (const MapBand& band : map.bands) {
-    kinds += band.kind + " ";
-  }
-  return kinds;
-}
-
-TEST(MapFile, SampleBandsClaimsExifAndThumbnail) {
-  const Bytes sample = test::MakeSampleJpeg();
-  const FileMap map = MapBytes(sample, true);
-  EXPECT_FALSE(map.failed);
-  EXPECT_EQ(map.identified + map.left, sample.size());
-  EXPECT_EQ(Kinds(map.file), "SOI APP0 APP1 COM DQT SOF0 DHT DHT DHT DHT SOS data EOI ");
-  ExpectTiled(map.file);
-  // Every claimed byte once: the claims add up to the identified count.
+uint64_t Claimed(const FileMap& map) {
   uint64_t claimed = 0;
-  for (const ClaimRecord& claim : map.file.claims) {
+  for (const ByteRange& claim : map.claims) {
     claimed += static_cast<uint64_t>(claim.end - claim.start);
   }
-  EXPECT_EQ(claimed, map.identified);
-  ASSERT_EQ(map.file.thumbnails.size(), 1u);
-  EXPECT_EQ(Kinds(map.file.thumbnails[0]), "SOI DQT SOF0 DHT DHT DHT DHT SOS data EOI ");
-  bool make = false;
-  for (const MapExifRow& row : map.file.exif) {
-    make = make || (row.tag == 0x10F && row.name == "Make" && row.value == "\"corvi\"");
+  return claimed;
+}
+
+// The segment names of a stream with each scan's data behind its SOS, as the page's bands name
+// them when nothing lies between.
+std::string Kinds(const StreamReport& stream) {
+  std::string kinds = "SOI";
+  for (const SegmentRecord& s : stream.segments) {
+    kinds += std::string(" ") + MarkerName(s.code);
+    kinds += s.data_last >= 0 ? " data" : "";
   }
-  EXPECT_TRUE(make);
-  EXPECT_EQ(map.width, 64u);
-  EXPECT_EQ(map.mcu_width, 16);
-  EXPECT_NE(map.decode_report.find("Decoded 64 x 48 pixels"), std::string::npos);
-  // The dump of a band is the tool's.
+  return stream.eoi >= 0 ? kinds + " EOI" : kinds;
+}
+
+TEST(MapBytes, SampleLineClaimsDumpsAndDecode) {
+  const Bytes sample = test::MakeSampleJpeg();
+  const FileMap map = Map(sample, true);
+  const FileReport& report = map.report;
+  ASSERT_TRUE(report.scanned);
+  EXPECT_EQ(map.line, Format("Finished parsing x.jpg (identified %u bytes out of %zu, %u left).",
+                             report.identified, sample.size(), report.left));
+  // Every claimed byte once: the claims add up to the identified count.
+  EXPECT_EQ(Claimed(map), report.identified);
+  EXPECT_EQ(Kinds(report.stream), "SOI APP0 APP1 COM DQT SOF0 DHT DHT DHT DHT SOS data EOI");
+  ASSERT_EQ(report.stream.thumbnails.size(), 1u);
+  EXPECT_EQ(Kinds(report.stream.thumbnails[0]), "SOI DQT SOF0 DHT DHT DHT DHT SOS data EOI");
+  // A dump for each segment of the file and of its thumbnail, each as corvi prints it.
+  EXPECT_EQ(map.dumps.size(),
+            report.stream.segments.size() + report.stream.thumbnails[0].segments.size());
   const std::string dump = test::DumpText(test::ScanBytes(sample), sample);
-  for (const MapBand& band : map.file.bands) {
-    EXPECT_NE(dump.find(band.dump), std::string::npos) << band.kind;
+  for (const SegmentDump& d : map.dumps) {
+    EXPECT_NE(dump.find(d.text), std::string::npos) << d.first;
+    EXPECT_EQ(sample[static_cast<size_t>(d.first)], 0xFF);
   }
+  EXPECT_EQ(map.mcu_width, 16);
+  EXPECT_EQ(map.decode_text.rfind("Decoded 64 x 48 pixels\n", 0), 0u) << map.decode_text;
+  EXPECT_NE(map.decode_text.find("corvi"), std::string::npos);  // the Make property
+}
+
+// A failing file keeps what corvi's scan claimed before the failure, and the report's segments.
+TEST(MapBytes, FailingFileKeepsWhatTheScanReached) {
+  Bytes bad = test::MakeSampleJpeg();
+  const size_t app1 = 20;  // the APP1 segment's marker
+  ASSERT_EQ(bad[app1 + 1], 0xE1);
+  bad[app1 + 2] = 0xFF;  // its length runs past the file
+  const FileMap refused = Map(bad);
+  EXPECT_EQ(refused.line.rfind("Failed on x.jpg: ", 0), 0u) << refused.line;
+  EXPECT_FALSE(refused.report.scan_failure.empty());
+  EXPECT_GT(Claimed(refused), 0u);
+  ASSERT_EQ(refused.dumps.size(), 1u);  // APP0; the APP1 that failed is not dumped
+  EXPECT_EQ(refused.dumps[0].first, 2);
+  EXPECT_EQ(Kinds(refused.report.stream), "SOI APP0");  // the check stops at the overrun
+
+  // Cut inside the data: corvi takes the thumbnail's end for the file's and fails behind it; the
+  // check reads every segment up to the cut.
+  Bytes cut = test::MakeSampleJpeg();
+  cut.resize(cut.size() - 40);
+  const FileMap cut_map = Map(cut);
+  EXPECT_EQ(cut_map.line, "Failed on x.jpg: Invalid header length or corrupt data");
+  EXPECT_GT(Claimed(cut_map), 0u);
+  EXPECT_EQ(Kinds(cut_map.report.stream), "SOI APP0 APP1 COM DQT SOF0 DHT DHT DHT DHT SOS data");
+
+  const FileMap no_end = Map(Bytes{0xFF, 0xD8, 0xFF, 0xFE, 0, 4, 'a', 'b'});
+  EXPECT_EQ(no_end.line, "Failed on x.jpg: Missing JPEG EOI");
+  EXPECT_EQ(Claimed(no_end), 0u);  // the end is looked for before anything is claimed
+  EXPECT_EQ(Kinds(no_end.report.stream), "SOI COM");
+
+  const FileMap empty = Map(Bytes{});
+  EXPECT_EQ(empty.report.verdict, Verdict::kBroken);
+  EXPECT_TRUE(empty.dumps.empty());
+}
+
+TEST(MapPage, TextFromTheFileNeverBecomesMarkup) {
+  const struct {
+    std::string text;
+    std::string json;
+  } cases[] = {
+      {"plain", "\"plain\""},
+      {"a\"b\\c", "\"a\\\"b\\\\c\""},
+      {"</script><script>alert(1)</script>",
+       "\"\\u003c/script\\u003e\\u003cscript\\u003ealert(1)\\u003c/script\\u003e\""},
+      {"<!-- & -->", "\"\\u003c!-- \\u0026 --\\u003e\""},
+      {std::string("\n\x01\x1f", 3), "\"\\n\\u0001\\u001f\""},
+      {"\xE2\x80\xA8\xE2\x80\xA9", "\"\\u2028\\u2029\""},
+      {"\xFF", "\"\\udcff\""},  // not UTF-8
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(JsonString(c.text), c.json);
+  }
+  // A comment segment and a file name holding a script: the page holds them only escaped.
+  Bytes sample = test::MakeSampleJpeg();
+  const std::string script = "<script>alert(1)</script>";
+  Bytes com = {0xFF, 0xFE, 0, static_cast<uint8_t>(script.size() + 2)};
+  com.insert(com.end(), script.begin(), script.end());
+  sample.insert(sample.begin() + 2, com.begin(), com.end());
+  const FileMap map = MapBytes("</script><b>.jpg", sample.data(), sample.size(), false);
+  const std::string page = MapPage(map, sample.data());
+  EXPECT_EQ(page.find("alert(1)</script>"), std::string::npos);
+  EXPECT_EQ(page.find("</script><b>"), std::string::npos);
+  EXPECT_NE(page.find("\\u003cscript\\u003ealert(1)"), std::string::npos);
 }
 
 // Each claim names its owner: a segment's payload its segment (a thumbnail's segments theirs),
 // the stream's own bytes (markers, lengths, compressed data) the stream's owner.
 TEST(ByteCoverage, ClaimsNameTheirOwners) {
   const Bytes sample = test::MakeSampleJpeg();
-  const std::string path = test::WriteTempFile("owners.jpg", sample);
-  JPEGReader reader(DecodeUtf8(path.data(), path.size()).c_str());
+  JPEGReader reader(sample.data(), static_cast<uint32_t>(sample.size()));
   std::vector<ClaimRecord> claims;
   reader.claims = &claims;
   reader.Scan();
@@ -118,54 +168,46 @@ TEST(ByteCoverage, ClaimsNameTheirOwners) {
   EXPECT_EQ(owner_at(markers.compressed_data - reader.view), nullptr);
 }
 
-TEST(MapFile, FailingFileKeepsWhatTheScanReached) {
-  Bytes cut = test::MakeSampleJpeg();
-  cut.resize(cut.size() / 2);  // no end-of-image marker any more
-  const FileMap no_end = MapBytes(cut);
-  EXPECT_TRUE(no_end.failed);
-  EXPECT_EQ(no_end.report.rfind("Failed on ", 0), 0u) << no_end.report;
-  // A segment whose length runs past the file: the map shows the segments before it, and the
-  // failure at the refused claim.
-  Bytes bad = test::MakeSampleJpeg();
-  const size_t app1 = 20;  // the APP1 segment's marker
-  ASSERT_EQ(bad[app1 + 1], 0xE1);
-  bad[app1 + 2] = 0xFF;
-  const FileMap refused = MapBytes(bad);
-  EXPECT_TRUE(refused.failed);
-  EXPECT_EQ(Kinds(refused.file).rfind("SOI APP0 APP1 ", 0), 0u) << Kinds(refused.file);
-  EXPECT_GE(refused.failed_at.start, static_cast<int32_t>(app1));
-  ExpectTiled(refused.file);
-}
-
-TEST(MapPage, TextFromTheFileNeverBecomesMarkup) {
-  const struct {
-    std::string text;
-    std::string json;
-  } cases[] = {
-      {"plain", "\"plain\""},
-      {"a\"b\\c", "\"a\\\"b\\\\c\""},
-      {"</script><script>alert(1)</script>",
-       "\"\\u003c/script\\u003e\\u003cscript\\u003ealert(1)\\u003c/script\\u003e\""},
-      {"<!-- & -->", "\"\\u003c!-- \\u0026 --\\u003e\""},
-      {std::string("\n\x01\x1f", 3), "\"\\n\\u0001\\u001f\""},
-      {"\xE2\x80\xA8\xE2\x80\xA9", "\"\\u2028\\u2029\""},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(JsonString(c.text), c.json);
+// The bands' kinds without the stretches between segments and behind the last.
+std::string Segments(const std::string& kinds) {
+  std::string out;
+  size_t from = 0;
+  while (from <= kinds.size()) {
+    size_t to = kinds.find(' ', from);
+    to = to == std::string::npos ? kinds.size() : to;
+    const std::string kind = kinds.substr(from, to - from);
+    if (kind != "gap" && kind != "tail") {
+      out += (out.empty() ? "" : " ") + kind;
+    }
+    from = to + 1;
   }
-  // A comment segment holding a script: the page holds it only escaped.
-  Bytes sample = test::MakeSampleJpeg();
-  const std::string script = "<script>alert(1)</script>";
-  Bytes com = {0xFF, 0xFE, 0, static_cast<uint8_t>(script.size() + 2)};
-  com.insert(com.end(), script.begin(), script.end());
-  sample.insert(sample.begin() + 2, com.begin(), com.end());
-  const FileMap map = MapBytes(sample);
-  const std::string page = MapPage(map, sample.data());
-  EXPECT_EQ(page.find("alert(1)</script>"), std::string::npos);
-  EXPECT_NE(page.find("\\u003cscript\\u003ealert(1)"), std::string::npos);
+  return out;
 }
 
-// Chromium loads the page headless; the page reports what it drew on its body element.
+// The value of `name` among the body's data attributes that the page sets when it is done.
+std::string Attribute(const std::string& dom, const std::string& name) {
+  const std::string key = " data-" + name + "=\"";
+  const size_t at = dom.find(key);
+  if (at == std::string::npos) {
+    return "(missing)";
+  }
+  const size_t from = at + key.size();
+  return dom.substr(from, dom.find('"', from) - from);
+}
+
+size_t CountDirectories(const StreamReport& stream, size_t& entries) {
+  size_t directories = stream.directories.size();
+  for (const ExifDirectoryRecord& d : stream.directories) {
+    entries += d.entries.size();
+  }
+  for (const StreamReport& t : stream.thumbnails) {
+    directories += CountDirectories(t, entries);
+  }
+  return directories;
+}
+
+// Chromium loads the page headless; the page reports what it drew on its body element, and
+// each count is checked against the report.
 TEST(MapPage, RendersInChromium) {
   const char* chromium = "/usr/bin/chromium";
   CORVI_NEED(std::filesystem::exists(chromium), "chromium");
@@ -177,8 +219,13 @@ TEST(MapPage, RendersInChromium) {
   Bytes bad = test::MakeSampleJpeg();
   bad[22] = 0xFF;  // the APP1 length runs past the file
   cases.push_back({"refused", bad});
+  Bytes cut = test::MakeSampleJpeg();
+  cut.resize(cut.size() - 40);
+  cases.push_back({"cut", cut});
   if (test::CorpusAvailable()) {
     cases.push_back({"canon", test::ReadFile(test::CorpusPath("canon-powershot-s40.jpg"))});
+    cases.push_back(
+        {"progressive", test::ReadFile(test::CorpusPath("derived-hx5v-420-progressive.jpg"))});
   }
   const std::string dir = test::MakeTempDir();
   for (const Case& c : cases) {
@@ -187,13 +234,13 @@ TEST(MapPage, RendersInChromium) {
     const std::string html = jpeg + ".html";
     std::filesystem::remove(html);
     {
-      const Bytes& b = c.bytes;
       FILE* f = std::fopen(jpeg.c_str(), "wb");
       ASSERT_NE(f, nullptr);
-      std::fwrite(b.data(), 1, b.size(), f);
+      std::fwrite(c.bytes.data(), 1, c.bytes.size(), f);
       std::fclose(f);
     }
-    const FileMap map = MapBytes(c.bytes, true);
+    const FileMap map = MapBytes(jpeg, c.bytes.data(), c.bytes.size(), true);
+    const FileReport& report = map.report;
     const test::ProcessResult made =
         test::RunProgram(CORVI_MAP_PATH, "corvi-map", dir, {"-d", jpeg});
     ASSERT_EQ(made.status, 0) << made.err;
@@ -203,26 +250,35 @@ TEST(MapPage, RendersInChromium) {
                           "--virtual-time-budget=5000", "--dump-dom", "file://" + html});
     ASSERT_EQ(shown.status, 0) << shown.err;
     const std::string& dom = shown.out;
-    EXPECT_NE(dom.find("data-ready=\"1\""), std::string::npos);
+    EXPECT_EQ(Attribute(dom, "ready"), "1");
     EXPECT_NE(dom.find("<div id=\"errors\"></div>"), std::string::npos) << "a script error";
-    EXPECT_NE(dom.find("data-bands=\"" + std::to_string(map.file.bands.size()) + "\""),
-              std::string::npos);
-    size_t exif_rows = map.file.exif.size();
-    for (const StreamMap& t : map.file.thumbnails) {
-      exif_rows += t.exif.size();
+    EXPECT_NE(dom.find("<title>" + jpeg + " - corvi map</title>"), std::string::npos);
+    // Every segment a band, and each scan's data one of its own; the cut file ends in data.
+    EXPECT_EQ(Segments(Attribute(dom, "kinds")), Kinds(report.stream));
+    size_t data_bands = 0;
+    for (const SegmentRecord& s : report.stream.segments) {
+      data_bands += s.data_last >= 0 ? 1 : 0;
     }
-    EXPECT_NE(dom.find("data-exif-rows=\"" + std::to_string(exif_rows) + "\""), std::string::npos);
-    // One stripe for each unclaimed range in each band it touches.
-    size_t stripes = 0;
-    for (const MapBand& band : map.file.bands) {
-      for (const ByteRange& u : map.file.unclaimed) {
-        stripes += u.start <= band.last && u.end > band.first ? 1 : 0;
-      }
+    EXPECT_EQ(data_bands, report.scans);
+    EXPECT_EQ(Attribute(dom, "issues"), std::to_string(report.issues.items().size()));
+    EXPECT_EQ(Attribute(dom, "unclaimed-rows"), std::to_string(report.unclaimed.size()));
+    size_t entries = 0;
+    const size_t directories = CountDirectories(report.stream, entries);
+    EXPECT_EQ(Attribute(dom, "directories"), std::to_string(directories));
+    EXPECT_EQ(Attribute(dom, "exif-rows"), std::to_string(entries));
+    EXPECT_EQ(Attribute(dom, "maps"), std::to_string(1 + report.stream.thumbnails.size()));
+    EXPECT_EQ(Attribute(dom, "claimed"), std::to_string(Claimed(map)));
+    const bool failed = !report.scan_failure.empty();
+    EXPECT_EQ(failed, dom.find("class=\"report failed\"") != std::string::npos);
+    // A file in trouble opens at the trouble, its bytes marked.
+    EXPECT_EQ(report.verdict != Verdict::kClean,
+              dom.find("<span class=\"f\">") != std::string::npos);
+    if (c.name == "sample") {
+      EXPECT_EQ(Attribute(dom, "kinds"), "SOI APP0 APP1 COM DQT SOF0 DHT DHT DHT DHT SOS data EOI");
+      EXPECT_NE(dom.find("<td>Make</td><td>ASCII</td><td>6</td><td>\"corvi\"</td>"),
+                std::string::npos);
+      EXPECT_NE(dom.find("Decoded 64 x 48 pixels"), std::string::npos);
     }
-    EXPECT_NE(dom.find("data-unclaimed=\"" + std::to_string(stripes) + "\""), std::string::npos);
-    EXPECT_EQ(map.failed, dom.find("class=\"report failed\"") != std::string::npos);
-    // A failing file opens the segment where the scan stopped, its failing bytes marked.
-    EXPECT_EQ(map.failed, dom.find("<span class=\"f\">") != std::string::npos);
   }
   // A screenshot of one page is not blank: it holds far more than an empty page's few bytes.
   const test::ProcessResult shot =

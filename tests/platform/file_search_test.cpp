@@ -35,11 +35,12 @@ class FileSearchTest : public testing::Test {
   // The names found, each behind a space and each directory's with a "/" behind it.
   std::string Search(const std::string& pattern) const {
     std::string found;
-    FileSearch search;
-    FindData entry;
-    for (bool more = search.First(Wide(pattern).c_str(), entry); more; more = search.Next(entry)) {
-      (found += " ") += EncodeUtf8(entry.cFileName);
-      found += (entry.dwFileAttributes & kDirectoryAttribute) ? "/" : "";
+    std::vector<DirectoryEntry> entries;
+    const bool any = SearchPattern(Wide(pattern).c_str(), entries);
+    EXPECT_EQ(any, !entries.empty()) << pattern;
+    for (const DirectoryEntry& entry : entries) {
+      (found += " ") += EncodeUtf8(entry.name.c_str());
+      found += entry.directory ? "/" : "";
     }
     return found;
   }
@@ -62,6 +63,15 @@ TEST_F(FileSearchTest, PatternsAndPathsToOpen) {
     ((text += pattern) += " ->") += Search(pattern) + "\n";
   }
   test::ExpectGolden("base_file_search", text);
+  // A directory's listing: every entry but "." and "..", sorted, each directory known.
+  std::vector<DirectoryEntry> listed;
+  ASSERT_TRUE(ListDirectory(dir, listed));
+  std::string names;
+  for (const DirectoryEntry& entry : listed) {
+    names += " " + EncodeUtf8(entry.name.c_str()) + (entry.directory ? "/" : "");
+  }
+  EXPECT_EQ(names, " A.JPG a/ a\\b.jpg b.jpg c.txt c\\d.jpg sub/ \xE9t\xE9.jpg");
+  EXPECT_FALSE(ListDirectory(dir + "/missing", listed));
   EXPECT_EQ(ExistingPath(Wide("/a\\b.jpg").c_str()), dir + "/a\\b.jpg");
   EXPECT_EQ(ExistingPath(Wide("/e\\f.jpg").c_str()), dir + "/e/f.jpg");
   EXPECT_EQ(ExistingPath(Wide("\\a/b.jpg").c_str()), dir + "/a/b.jpg");
