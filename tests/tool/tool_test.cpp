@@ -81,5 +81,27 @@ TEST(Tool, CommandLinesMatchTheirGoldenTranscript) {
   test::ExpectGolden("tool_command_lines", transcript);
 }
 
+// The walk composes paths of at most 260 characters: a file whose printed path holds 260 is
+// processed, one of 261 is passed over, and so is everything in a directory whose path leaves
+// no room for a name behind it.
+TEST(Tool, WalkKeepsItsPathLimits) {
+  const std::string work = test::MakeTempDir();
+  const std::string outer = std::string(200, 'f');
+  const std::string fits = outer + "/" + std::string(54, 'h');  // printed with "\\": 255
+  const std::string full = outer + "/" + std::string(56, 'g');  // 257
+  for (const std::string& dir : {outer, fits, full}) {
+    ASSERT_EQ(mkdir((work + "/" + dir).c_str(), 0755), 0);
+  }
+  for (const std::string& name : {fits + "/.jpg", fits + "/a.jpg", full + "/.jpg"}) {
+    std::ofstream(work + "/" + name) << "\xFF\xD8\xFF\xD9";
+  }
+  const test::ProcessResult r = test::RunProgram(CORVI_TOOL_PATH, "corvi", work, {"-q", "."});
+  const std::string printed = outer + "\\" + std::string(54, 'h') + "\\.jpg";
+  ASSERT_EQ(printed.size(), 260u);
+  EXPECT_EQ(r.out, "Finished parsing " + printed +
+                       " (identified 4 bytes out of 4, 0 left).\n\n");
+  EXPECT_EQ(r.err, "");
+}
+
 }  // namespace
 }  // namespace corvi
