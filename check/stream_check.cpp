@@ -81,8 +81,8 @@ class StreamWalk {
   // Each returns false when the walk cannot go on.
   bool Segment(uint8_t code, const uint8_t* marker, const uint8_t* payload, int32_t length);
   void Frame(const uint8_t* marker, const FrameFields& frame, bool complete);
-  void HuffmanTables(const uint8_t* marker, const TableFields& tables, bool complete);
-  void QuantTables(const uint8_t* marker, const TableFields& tables, bool complete);
+  void HuffmanTables(const uint8_t* marker, const TableFields& tables);
+  void QuantTables(const uint8_t* marker, const TableFields& tables);
   void Application(uint8_t code, const uint8_t* marker, const uint8_t* payload, int32_t length,
                    const SegmentFields& fields);
   // A scan: its header's checks, then its data. Returns where the walk goes on, or null when
@@ -243,10 +243,13 @@ bool StreamWalk::Segment(uint8_t code, const uint8_t* marker, const uint8_t* pay
   Record(code, marker, payload, length, fields);
   if (IsFrameMarker(code)) {
     Frame(marker, std::get<FrameFields>(fields), complete);
-  } else if (code == 0xC4) {
-    HuffmanTables(marker, std::get<TableFields>(fields), complete);
-  } else if (code == 0xDB) {
-    QuantTables(marker, std::get<TableFields>(fields), complete);
+  } else if (code == 0xC4 || code == 0xDB) {
+    if (!complete) {
+      Add("bad_segment", Severity::kBroken, marker,
+          Format("a %s segment whose tables do not fill it", MarkerName(code)));
+    }
+    const TableFields& tables = std::get<TableFields>(fields);
+    code == 0xC4 ? HuffmanTables(marker, tables) : QuantTables(marker, tables);
   } else if (code == 0xDD) {
     if (!complete) {
       Add("bad_segment", Severity::kBroken, marker,
@@ -328,10 +331,7 @@ void StreamWalk::Frame(const uint8_t* marker, const FrameFields& frame, bool com
   checkable = true;
 }
 
-void StreamWalk::HuffmanTables(const uint8_t* marker, const TableFields& tables, bool complete) {
-  if (!complete) {
-    Add("bad_segment", Severity::kBroken, marker, "a DHT segment whose tables do not fill it");
-  }
+void StreamWalk::HuffmanTables(const uint8_t* marker, const TableFields& tables) {
   for (const TableEntry& t : tables.tables) {
     if (t.table_class > 1 || t.id > 3) {
       Add("bad_segment", Severity::kBroken, marker,
@@ -354,10 +354,7 @@ void StreamWalk::HuffmanTables(const uint8_t* marker, const TableFields& tables,
   }
 }
 
-void StreamWalk::QuantTables(const uint8_t* marker, const TableFields& tables, bool complete) {
-  if (!complete) {
-    Add("bad_segment", Severity::kBroken, marker, "a DQT segment whose tables do not fill it");
-  }
+void StreamWalk::QuantTables(const uint8_t* marker, const TableFields& tables) {
   for (const TableEntry& t : tables.tables) {
     // T.81 knows precisions 0 and 1 only: for another, decoders disagree on the table's size.
     if (t.id > 3 || t.pq > 1) {

@@ -45,8 +45,9 @@ TEST(Pipeline, PrintsWhatCorviPrintsWhereAsked) {
   const Printed both = Pipe(sample, true, true, &run);
   ASSERT_TRUE(run.scanned);
   const uint32_t left = run.reader->coverage->LeftCount();
-  const std::string line = Format("Finished parsing x.jpg (identified %zu bytes out of %zu, %u left).\n",
-                                  sample.size() - left, sample.size(), left);
+  const std::string line =
+      Format("Finished parsing x.jpg (identified %zu bytes out of %zu, %u left).\n",
+             sample.size() - left, sample.size(), left);
   // The dump as the file-level dump prints it, then the report line.
   EXPECT_EQ(both.out.rfind("File x.jpg", 0), 0u) << both.out.substr(0, 80);
   EXPECT_NE(both.out.find(test::DumpText(test::ScanBytes(sample), sample)), std::string::npos);

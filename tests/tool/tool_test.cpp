@@ -98,8 +98,7 @@ TEST(Tool, WalkKeepsItsPathLimits) {
   const test::ProcessResult r = test::RunProgram(CORVI_TOOL_PATH, "corvi", work, {"-q", "."});
   const std::string printed = outer + "\\" + std::string(54, 'h') + "\\.jpg";
   ASSERT_EQ(printed.size(), 260u);
-  EXPECT_EQ(r.out, "Finished parsing " + printed +
-                       " (identified 4 bytes out of 4, 0 left).\n\n");
+  EXPECT_EQ(r.out, "Finished parsing " + printed + " (identified 4 bytes out of 4, 0 left).\n\n");
   EXPECT_EQ(r.err, "");
 }
 
